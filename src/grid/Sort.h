@@ -1,0 +1,7 @@
+// TNodeSort: the node level of sorting.
+#pragma once
+#include "tree/Xml.h"
+
+class TNodeSort : public TNodeXml {
+public:
+};
