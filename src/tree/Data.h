@@ -73,7 +73,9 @@ public:
   int GetString(int index, wchar_t* buffer, int maxLength);
   const wchar_t* GetName() { return GetStringBase(INameIndex); }
   const wchar_t* GetId() { return GetStringBase(IIdIndex); }
-  const int* GetArrayBase(int index) const;
+  // Own array: pointer to its 32-bit count (unaligned bytes), or to a shared
+  // array of count 0.
+  const unsigned char* GetArrayBase(int index) const;
 
   int SetByte(int index, int value);
   int SetInt(int index, int value);
@@ -86,6 +88,8 @@ public:
 
   wchar_t* GetTmp(int length);
   static wchar_t* ToString(double value, wchar_t* buffer, int precision);
+  // Decimal text of an integer; returns the terminator's address.
+  static wchar_t* IntToString(long long value, wchar_t* buffer);
 
   bool Compare(int index, TData* other, int otherIndex);
   bool CmpString(int index, const wchar_t* text);
@@ -139,8 +143,14 @@ public:
   TTree* Tree;
   TData* Base;
 
+  // Text of a string value at p: p itself when it is aligned for wchar_t,
+  // otherwise a scratch copy (values are packed without alignment).
+  const wchar_t* StringAt(const unsigned char* p);
+  static int StringLengthAt(const unsigned char* p);
+
 protected:
   void WriteSlot(int slot, int meta, int position);
+  int StoreString(int index, const void* text, int length);
   int GetIntAt(int type, const unsigned char* p) const;
   double GetDoubleAt(int type, const unsigned char* p) const;
   const wchar_t* GetStringAt(int type, const unsigned char* p);

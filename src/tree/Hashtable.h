@@ -8,6 +8,7 @@
 // Buckets are fixed for the table's life; keys live in chunks that never move,
 // so key pointers and entry numbers stay valid while the table grows.
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <wchar.h>
 
@@ -48,11 +49,16 @@ protected:
   unsigned Mask;
   wchar_t** Keys;
   void** Values;
+  // Full hash of each key, inside Keys' block: a chain of thousands of ids
+  // is walked without touching the keys.
+  uint32_t* Hashes;
   int Count;
   unsigned char OwnValues;
 
   int Find(const wchar_t* text1, const wchar_t* text2, int create);
-  void Allocate(int size);
+  // Prepares entry Count with a pooled key of size bytes (counted as cells);
+  // null when the pool or the arrays cannot take it.
+  wchar_t* Allocate(size_t size);
 };
 
 class TNodetable : public THashtable {
@@ -107,6 +113,10 @@ protected:
   int16_t* HighNames;
   int Count;
 
+  // length1 < 0: text1 runs to its terminator. text2 may be null.
   int Find(const wchar_t* text1, int length1, const wchar_t* text2, int mode);
-  void Allocate(int size);
+  wchar_t* Allocate(size_t size);
+  // Room in the parallel block for entry or slot number n.
+  void Reserve(int n);
+  int SlotEntry(const int16_t* names, unsigned slot) const;
 };

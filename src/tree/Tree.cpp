@@ -1,0 +1,47 @@
+#include "tree/Tree.h"
+#include "grid/Calc.h"
+
+TTree::TTree(const wchar_t* rootName)
+    : Names(8191), Ids(32767), TmpEnd(Tmp + TmpSize), TmpPos(Tmp), Root(nullptr), Format(nullptr), TimeZone(0),
+      Precision(10000), Hirji(false), IdIndex(IIdIndex), ExpandedIndex(IExpandedIndex), DefIndex(IDefIndex),
+      AggChildrenIndex(-1), MaxChildrenOffline(3) {
+  Tmp[0] = 0;
+  static const wchar_t* const fixed[] = {L"#Name", L"#Type", L"#Text", L"id", L"Expanded", L"Def"};
+  for (const wchar_t* name : fixed) Names.GetIndex(name, 3);
+  if (rootName) Root = CreateElement(rootName);
+}
+
+TTree::~TTree() {
+  // With the id table empty, a large tree falls apart without hash work.
+  Ids.Clear();
+  if (Root) TNode::Delete(Root);
+}
+
+TNode* TTree::CreateElement(const wchar_t* name) {
+  TNode* node = new TNodeCalc();
+  node->Tree = this;
+  if (name) node->SetString(INameIndex, name);
+  return node;
+}
+
+TNode* TTree::GetElem(const wchar_t* id) {
+  if (!id || !*id) return nullptr;
+  return Ids.GetNode(Ids.Get(id, 0));
+}
+
+wchar_t* TTree::GetTmp(int length) {
+  if (length < 0) length = 0;
+  if (length + 1 > TmpSize + TmpMargin) {
+    // Beyond the ring: a block of its own, kept until the next such request.
+    if ((int)BigTmp.size() < length + 1) BigTmp.assign(length + 1, 0);
+    return BigTmp.data();
+  }
+  wchar_t* result = TmpPos;
+  if ((TmpPos - Tmp) + length + 1 < TmpSize) {
+    TmpPos += length + 1;
+    return result;
+  }
+  // The wrapping call hands out the ring's start without advancing.
+  TmpPos = Tmp;
+  return Tmp;
+}

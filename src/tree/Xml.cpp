@@ -1,0 +1,697 @@
+#include "tree/Xml.h"
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+#include "tree/System.h"
+#include "tree/Tree.h"
+#include "tree/UTF.h"
+
+// ======================= reading =======================
+
+namespace {
+inline bool IsBlank(wchar_t c) { return c && (unsigned)c < 33; }
+
+inline const wchar_t* SkipBlanks(const wchar_t* p) {
+  while (IsBlank(*p)) p++;
+  return p;
+}
+
+// Skips "<!...>" or "<?...>" from its '<'; returns the position behind it, or
+// null at the end of the text.
+const wchar_t* SkipDeclaration(const wchar_t* p) {
+  if (p[1] == L'!' && p[2] == L'-') {
+    // A comment: "<!-" is enough to open one; it ends at "-->".
+    for (const wchar_t* q = p + 3; *q; q++)
+      if (*q == L'>' && q[-1] == L'-' && q[-2] == L'-') return q + 1;
+    return nullptr;
+  }
+  int depth = 1;
+  for (const wchar_t* q = p + 1; *q; q++) {
+    if (*q == L'<') depth++;
+    else if (*q == L'>' && --depth == 0) return q + 1;
+  }
+  return nullptr;
+}
+
+// Decodes a document that stands entity-encoded as a whole: only &lt; &gt;
+// &amp; are known there. Null for any other entity.
+wchar_t* DecodeEscapedDocument(const wchar_t* text) {
+  size_t length = wcslen(text);
+  wchar_t* copy = (wchar_t*)malloc((length + 1) * sizeof(wchar_t));
+  wchar_t* out = copy;
+  for (const wchar_t* p = text; *p;) {
+    if (*p != L'&') { *out++ = *p++; continue; }
+    if (!wcsncmp(p, L"&lt;", 4)) { *out++ = L'<'; p += 4; }
+    else if (!wcsncmp(p, L"&gt;", 4)) { *out++ = L'>'; p += 4; }
+    else if (!wcsncmp(p, L"&amp;", 5)) { *out++ = L'&'; p += 5; }
+    else { free(copy); return nullptr; }
+  }
+  *out = 0;
+  return copy;
+}
+}  // namespace
+
+// Working state of one document read: the entries of all open elements as one
+// stack, and an arena for decoded values released element by element. Both
+// are reused across elements, so reading allocates nothing per attribute.
+struct TNodeXml::TScan {
+  std::vector<int> Slots;
+  std::vector<const wchar_t*> Texts;
+  std::vector<int> Lengths;
+  std::vector<wchar_t*> Blocks;
+  std::vector<size_t> Sizes;
+  size_t Block = 0, Used = 0;
+
+  ~TScan() {
+    for (wchar_t* b : Blocks) free(b);
+  }
+  void Add(int slot, const wchar_t* text, int length) {
+    Slots.push_back(slot);
+    Texts.push_back(text);
+    Lengths.push_back(length);
+  }
+  void Pop(size_t base) {
+    Slots.resize(base);
+    Texts.resize(base);
+    Lengths.resize(base);
+  }
+  wchar_t* Reserve(size_t cells) {
+    if (Block < Blocks.size() && Used + cells <= Sizes[Block]) {
+      wchar_t* p = Blocks[Block] + Used;
+      Used += cells;
+      return p;
+    }
+    if (Block < Blocks.size() && Used > 0) Block++, Used = 0;
+    if (Block == Blocks.size()) Blocks.push_back(nullptr), Sizes.push_back(0);
+    if (Sizes[Block] < cells) {
+      free(Blocks[Block]);
+      Sizes[Block] = cells > 65536 ? cells : 65536;
+      Blocks[Block] = (wchar_t*)malloc(Sizes[Block] * sizeof(wchar_t));
+    }
+    Used = cells;
+    return Blocks[Block];
+  }
+  // A value as it will be stored: in place without '&', decoded otherwise.
+  void AddValue(int slot, const wchar_t* text, int length) {
+    if (!wmemchr(text, L'&', length)) return Add(slot, text, length);
+    wchar_t* target = Reserve(length + 1);
+    wchar_t* end = XmlToString(text, target, text + length);
+    Add(slot, target, (int)(end - target));
+  }
+};
+
+const wchar_t* TNodeXml::SetXml(const wchar_t* text, int depth) {
+  if (!text) return nullptr;
+  TScan scan;
+  if (!wcsncmp(text, L"&lt;", 4)) {
+    wchar_t* copy = DecodeEscapedDocument(text);
+    if (!copy) return nullptr;
+    const wchar_t* result = Scan(scan, copy, depth);
+    free(copy);
+    // The position inside the freed copy means nothing to the caller; success
+    // is reported as the end of the original text.
+    return result ? text + wcslen(text) : nullptr;
+  }
+  return Scan(scan, text, depth);
+}
+
+const wchar_t* TNodeXml::Scan(TScan& scan, const wchar_t* p, int depth) {
+  if (depth > MaxDepth) return nullptr;
+  if (depth > 2) Flags |= FSpec;
+  int mode = Flags & FSpec ? 2 : 1;
+
+  for (;;) {
+    p = SkipBlanks(p);
+    if (*p != L'<') return *p ? p : nullptr;
+    if (p[1] != L'!' && p[1] != L'?') break;
+    if (!(p = SkipDeclaration(p))) return nullptr;
+  }
+
+  const size_t base = scan.Slots.size();
+  const size_t arenaBlock = scan.Block, arenaUsed = scan.Used;
+  const wchar_t* result = nullptr;
+  const wchar_t* name = ++p;
+  while (*p && !IsBlank(*p) && *p != L'/' && *p != L'>') p++;
+  scan.Add(0, name, (int)(p - name));
+
+  // Attributes.
+  for (;;) {
+    p = SkipBlanks(p);
+    if (!*p) goto done;
+    if (*p == L'>') { p++; break; }
+    if (*p == L'/') {
+      p = SkipBlanks(p + 1);
+      if (*p != L'>') goto done;
+      SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
+      result = p + 1;
+      goto done;
+    }
+    const wchar_t* attr = p;
+    while ((unsigned)*p > 32 && *p != L'=') p++;
+    int attrLength = (int)(p - attr);
+    p = SkipBlanks(p);
+    if (*p != L'=') goto done;
+    p = SkipBlanks(p + 1);
+    wchar_t quote = *p;
+    if (quote != L'"' && quote != L'\'') goto done;
+    const wchar_t* value = ++p;
+    while (*p && *p != quote) p++;
+    if (!*p) goto done;
+    int valueLength = (int)(p++ - value);
+    if (attrLength == 3 && !wcsncmp(attr, L"_0F", 3)) {
+      if (wcstol(value, nullptr, 10) & FFiltered) Flags |= FFiltered;
+      continue;
+    }
+    int index = Tree->Names.GetIndexN(attr, attrLength, mode);
+    int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
+    // A name the table could not number is dropped rather than misplaced.
+    if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) continue;
+    scan.AddValue(slot, value, valueLength);
+  }
+
+  // Content: children and text runs up to the end tag.
+  for (;;) {
+    p = SkipBlanks(p);
+    if (!*p) goto done;
+    if (*p == L'<') {
+      if (p[1] == L'!' || p[1] == L'?') {
+        if (!(p = SkipDeclaration(p))) goto done;
+        continue;
+      }
+      const wchar_t* q = SkipBlanks(p + 1);
+      if (*q == L'/') {
+        while (*q && *q != L'>') q++;
+        if (!*q) goto done;
+        SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
+        result = q + 1;
+        goto done;
+      }
+      TNodeXml* child = (TNodeXml*)Tree->CreateElement(nullptr);
+      const wchar_t* next = child->Scan(scan, p, depth + 1);
+      if (!next || !*next) {
+        TNode::Delete(child);
+        goto done;
+      }
+      AppendChild(child);
+      p = next;
+      continue;
+    }
+    const wchar_t* text = p;
+    while (*p && *p != L'<') p++;
+    if (!*p) goto done;
+    scan.AddValue(2, text, (int)(p - text));
+  }
+
+done:
+  scan.Pop(base);
+  scan.Block = arenaBlock;
+  scan.Used = arenaUsed;
+  return result;
+}
+
+namespace {
+// The stored type of a value, decided by its shape alone.
+int Classify(const wchar_t* v, int n) {
+  if (n == 0) return TString;
+  wchar_t c = v[0];
+  bool candidate = (c >= L'1' && c <= L'9') || (c == L'0' && (n == 1 || v[1] == L'.')) ||
+                   (c == L'-' && n > 1 && (v[1] != L'0' || (n > 2 && v[2] == L'.')));
+  if (!candidate) return TString;
+  int type = TInt, dot = 0;
+  for (int i = 1; i < n; i++) {
+    if (v[i] == L'.') {
+      if (dot) return TString;
+      dot = i + 1;
+      type = TDouble;
+    } else if (v[i] < L'0' || v[i] > L'9') {
+      return TString;
+    }
+  }
+  if (type == TInt) {
+    if (n > 9) type = TDouble;
+    else return n <= 2 ? TByte : TInt;
+  }
+  if (n > 15 || n - dot > 9 || dot == n) return TString;
+  return TDouble;
+}
+
+// Integers of at most nine characters, checked by Classify.
+int ParseInt(const wchar_t* v, int n) {
+  bool negative = *v == L'-';
+  int value = 0;
+  for (int i = negative; i < n; i++) value = value * 10 + (v[i] - L'0');
+  return negative ? -value : value;
+}
+
+double ParseDouble(const wchar_t* v, int n) {
+  wchar_t buffer[16];
+  wmemcpy(buffer, v, n);
+  buffer[n] = 0;
+  return wcstod(buffer, nullptr);
+}
+
+int StringRoomLog2(int length) { return TData::GetLog2((length + 1) * (int)sizeof(wchar_t)); }
+}  // namespace
+
+void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int* lengths, int count) {
+  // Pass 1: types and sizes. Values are laid out with every non-byte value
+  // first, so that all of them (sizes are multiples of 4) and thus all texts
+  // stay aligned for wchar_t; bytes follow.
+  unsigned char typesLocal[64];
+  std::vector<unsigned char> typesHeap;
+  unsigned char* types = typesLocal;
+  if (count > 64) typesHeap.resize(count), types = typesHeap.data();
+
+  long long used = 0, bytes = 0;
+  int highest = 0;
+  for (int i = 0; i < count; i++) {
+    int type = Classify(values[i], lengths[i]);
+    long long size = type == TByte ? 1 : type == TInt ? 4 : type == TDouble ? 8 : 0;
+    if (type == TString) {
+      // A text whose room would not fit the 24-bit positions is left out.
+      long long raw = ((long long)lengths[i] + 1) * (long long)sizeof(wchar_t);
+      size = raw > MaxValues ? MaxValues + 1LL : 1LL << StringRoomLog2(lengths[i]);
+    }
+    if (used + size > MaxValues) {
+      types[i] = TNone;
+      continue;
+    }
+    types[i] = (unsigned char)type;
+    used += size;
+    if (type == TByte) bytes++;
+    if (slots[i] > highest) highest = slots[i];
+  }
+
+  free(Values);
+  free(Slots);
+  Used = (int)used;
+  Capacity = GetMaxLog2(Used);
+  SlotCount = (int16_t)(highest + 3);
+  SlotWidth = Capacity <= 256 ? 2 : 4;
+  Values = Capacity ? (unsigned char*)malloc(Capacity) : nullptr;
+  Slots = calloc(SlotCount, SlotWidth);
+
+  // Pass 2: values and slots in document order; a later duplicate wins.
+  int position = 0, bytePosition = (int)(used - bytes);
+  for (int i = 0; i < count; i++) {
+    const wchar_t* v = values[i];
+    int n = lengths[i];
+    switch (types[i]) {
+      case TByte:
+        Values[bytePosition] = (unsigned char)(signed char)ParseInt(v, n);
+        WriteSlot(slots[i], 0x01, bytePosition++);
+        break;
+      case TInt: {
+        int value = ParseInt(v, n);
+        memcpy(Values + position, &value, 4);
+        WriteSlot(slots[i], 0x13, position);
+        position += 4;
+        break;
+      }
+      case TDouble: {
+        double value = ParseDouble(v, n);
+        memcpy(Values + position, &value, 8);
+        WriteSlot(slots[i], 0x1E, position);
+        position += 8;
+        break;
+      }
+      case TString: {
+        int log2 = StringRoomLog2(n);
+        memcpy(Values + position, v, n * sizeof(wchar_t));
+        memset(Values + position + n * sizeof(wchar_t), 0, sizeof(wchar_t));
+        WriteSlot(slots[i], (log2 << 3) | TString, position);
+        position += 1 << log2;
+        break;
+      }
+    }
+  }
+
+  // Pass 3: a known id makes this element replace the earlier row.
+  const wchar_t* id = GetId();
+  if (!*id || !Tree) return;
+  int entry = Tree->Ids.Get(id, 1);
+  TNode* old = Tree->Ids.GetNode(entry);
+  if (old && old != this && old != Tree->Root) {
+    Merge(old, 0);
+    // Only the first child comes across; the rest die with the old row.
+    if (old->FirstChild) AppendChild(old->FirstChild);
+    old->Tree = nullptr;
+    TNode::Delete(old);
+  }
+  Tree->Ids.SetNode(entry, this);
+}
+
+wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end) {
+  auto inside = [end](const wchar_t* p) { return (!end || p < end) && *p; };
+  while (inside(source)) {
+    if (*source != L'&') {
+      *target++ = *source++;
+      continue;
+    }
+    // Named entities are told by their first letter and where the ';' is.
+    wchar_t next[6] = {0, 0, 0, 0, 0, 0};
+    for (int i = 1; i <= 5 && inside(source + i); i++) next[i] = source[i];
+    wchar_t c = next[1];
+    if (c == L'q' && next[5] == L';') { *target++ = L'"'; source += 6; }
+    else if (c == L'l' && next[3] == L';') { *target++ = L'<'; source += 4; }
+    else if (c == L'g' && next[3] == L';') { *target++ = L'>'; source += 4; }
+    else if (c == L'a' && next[4] == L';') { *target++ = L'&'; source += 5; }
+    else if (c == L'a' && next[5] == L';') { *target++ = L'\''; source += 6; }
+    else if (c == L'#') {
+      const wchar_t* q = source + 2;
+      bool hex = next[2] == L'x' || next[2] == L'X';
+      if (hex) q++;
+      unsigned code = 0;
+      for (; inside(q); q++) {
+        wchar_t d = *q;
+        if (d >= L'0' && d <= L'9') code = code * (hex ? 16 : 10) + (d - L'0');
+        else if (hex && d >= L'a' && d <= L'f') code = code * 16 + (d - L'a' + 10);
+        else if (hex && d >= L'A' && d <= L'F') code = code * 16 + (d - L'A' + 10);
+        else break;
+      }
+      // The character that stopped the digits is consumed too; without a ';'
+      // nothing is written.
+      if (inside(q)) {
+        if (*q == L';') *target++ = (wchar_t)code;
+        q++;
+      }
+      source = q;
+    } else {
+      *target++ = *source++;
+      if (c) *target++ = *source++;
+    }
+  }
+  return target;
+}
+
+const wchar_t* TTree::AddDocument(TNode* element, const wchar_t* text) {
+  if (*text == 0xFEFF) text++;
+  const wchar_t* result = ((TNodeXml*)element)->SetXml(text, 0);
+  if (!result) {
+    TNode::Delete(element);
+    return nullptr;
+  }
+  if (!Root) {
+    Root = element;
+  } else if (!wcscmp(Root->GetName(), element->GetName())) {
+    Root->Merge(element, 1);
+    while (element->FirstChild) Root->AppendChild(element->FirstChild);
+    TNode::Delete(element);
+  } else {
+    TNode::Delete(Root);
+    Root = element;
+  }
+  return result;
+}
+
+const wchar_t* TTree::SetXml(const wchar_t* text) {
+  if (!text) return nullptr;
+  // UTF-8 handed to the wide form by mistake: read it, then go on as wide
+  // text all the same (which gives a nameless root), as callers rely on.
+  const unsigned char* bytes = (const unsigned char*)text;
+  if (bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF) SetXml((const char*)bytes + 3);
+  return AddDocument(CreateElement(nullptr), text);
+}
+
+const char* TTree::SetXml(const char* text) {
+  if (!text) return nullptr;
+  const unsigned char* bytes = (const unsigned char*)text;
+  if (bytes[0] == 0xFF && bytes[1] == 0xFE) {
+    // Wide text behind a 4-byte mark; copied when it is not aligned for wchar_t.
+    const char* wide = text + 4;
+    if ((uintptr_t)wide % sizeof(wchar_t) == 0) return SetXml((const wchar_t*)wide) ? wide : nullptr;
+    size_t n = 0;
+    for (;; n++) {
+      wchar_t c;
+      memcpy(&c, wide + n * sizeof(wchar_t), sizeof c);
+      if (!c) break;
+    }
+    std::vector<wchar_t> copy(n + 1);
+    memcpy(copy.data(), wide, (n + 1) * sizeof(wchar_t));
+    return SetXml(copy.data()) ? wide : nullptr;
+  }
+  if (bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF) text += 3;
+  size_t length = strlen(text);
+  wchar_t stackBuffer[2048];
+  std::vector<wchar_t> heapBuffer;
+  wchar_t* buffer = stackBuffer;
+  if (length > 2047) heapBuffer.resize(length + 1), buffer = heapBuffer.data();
+  ToUnicode(text, buffer);
+  return SetXml((const wchar_t*)buffer) ? text : nullptr;
+}
+
+int TTree::LoadXml(const wchar_t* path) {
+  FILE* file = _wfopen(path, L"rb");
+  if (!file) return -1;
+  long size = -1;
+  if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
+  if (size <= 0) {
+    fclose(file);
+    return size == 0 ? -2 : -1;
+  }
+  fseek(file, 0, SEEK_SET);
+  // Eight NULs end the text for the 8-bit and for the wide reading alike.
+  char* buffer = (char*)malloc(size + 8);
+  size_t read = fread(buffer, 1, size, file);
+  fclose(file);
+  memset(buffer + read, 0, 8);
+  const char* position = SetXml(buffer);
+  int result = 0;
+  if (!position) {
+    result = -3;
+  } else if (position != buffer) {
+    for (const unsigned char* p = (const unsigned char*)position; *p; p++)
+      if (*p > 32 && *p < 128) {
+        result = 1;
+        break;
+      }
+  }
+  free(buffer);
+  return result;
+}
+
+// ======================= writing =======================
+
+bool TNodeXml::Realloc(wchar_t*& cursor, wchar_t*& start, wchar_t*& end, int need) {
+  if (!start) return false;
+  size_t size = end - start, offset = cursor - start;
+  size_t grown = size * 2;
+  if ((size_t)need + 128 > grown) grown = need + 128;
+  // Never less than what the cursor needs, whatever need was measured from.
+  if (offset + need + 128 > grown) grown = offset + need + 128;
+  wchar_t* block = (wchar_t*)realloc(start, grown * sizeof(wchar_t));
+  if (!block) return false;
+  start = block;
+  cursor = block + offset;
+  end = block + grown;
+  return true;
+}
+
+namespace {
+// Room for n more characters, keeping the terminator's cell.
+inline bool Ensure(wchar_t*& cursor, wchar_t*& start, wchar_t*& end, size_t n) {
+  return cursor + n < end || TNodeXml::Realloc(cursor, start, end, n > INT_MAX - 256 ? INT_MAX - 256 : (int)n);
+}
+
+inline wchar_t* Put(wchar_t* cursor, const wchar_t* text) {
+  while (*text) *cursor++ = *text++;
+  return cursor;
+}
+}  // namespace
+
+wchar_t* TNodeXml::StringToXml(const wchar_t* source, wchar_t* target) {
+  for (; *source; source++) {
+    switch (*source) {
+      case L'&': target = Put(target, L"&amp;"); break;
+      case L'<': target = Put(target, L"&lt;"); break;
+      case L'>': target = Put(target, L"&gt;"); break;
+      case L'"': target = Put(target, L"&quot;"); break;
+      case 10: target = Put(target, L"&#x0A;"); break;
+      default: *target++ = *source;
+    }
+  }
+  return target;
+}
+
+bool TNodeXml::ChildrenGoOut(int flags) const {
+  return (flags & (2 | 64)) || (Flags & FState) || HasChildCount(Tree->MaxChildrenOffline + 1, flags) >= 1;
+}
+
+int TNodeXml::GetXmlLength(int flags) {
+  long long length = 32;
+  // The loop hands GetLength the plain slot number, as the estimate always did.
+  for (int slot = 0; slot < SlotCount; slot++) length += GetLength(slot) + 4;
+  if (FirstChild && ChildrenGoOut(flags))
+    for (TNode* child = FirstChild; child; child = child->Next)
+      if (!(child->Flags & FFiltered) || (flags & 1)) length += ((TNodeXml*)child)->GetXmlLength(flags & ~64);
+  return length > INT_MAX / 2 ? INT_MAX / 2 : (int)length;
+}
+
+bool TNodeXml::WriteValue(int meta, const unsigned char* value, wchar_t*& cursor, wchar_t*& start, wchar_t*& end) {
+  switch (meta & 7) {
+    case TByte:
+    case TInt:
+    case TDouble:
+      if (!Ensure(cursor, start, end, 128)) return false;
+      if ((meta & 7) == TDouble) {
+        double d;
+        memcpy(&d, value, 8);
+        cursor = ToString(d, cursor, Tree->Precision);
+      } else {
+        cursor = IntToString(GetIntAt(meta & 7, value), cursor);
+      }
+      return true;
+    case TString: {
+      const wchar_t* text = StringAt(value);
+      size_t length = wcslen(text);
+      // Escaping makes at most six characters of one.
+      if (!Ensure(cursor, start, end, length * 6 + 64)) return false;
+      if (wcspbrk(text, L"&<>\"")) {
+        cursor = StringToXml(text, cursor);
+      } else {
+        wmemcpy(cursor, text, length);
+        cursor += length;
+      }
+      return true;
+    }
+  }
+  return true;
+}
+
+wchar_t* TNodeXml::GetXml(wchar_t* cursor, wchar_t*& start, wchar_t*& end, int flags, int depth) {
+  const wchar_t* name = GetStringBase(INameIndex);
+  size_t nameLength = wcslen(name);
+  if (!Ensure(cursor, start, end, nameLength + 64)) return nullptr;
+  *cursor++ = L'<';
+  cursor = wmemcpy(cursor, name, nameLength) + nameLength;
+
+  bool spec = Flags & FSpec;
+  for (int slot = 3; slot < SlotCount; slot++) {
+    unsigned s = GetSlot(slot);
+    int meta = MetaOf(s, SlotWidth);
+    if (!(meta & 7)) continue;
+    const wchar_t* attr = Tree->GetName(spec ? slot << 16 : slot, spec ? 2 : 1);
+    if (!attr || *attr == L'#') continue;
+    if (!Ensure(cursor, start, end, wcslen(attr) + 64)) return nullptr;
+    *cursor++ = L' ';
+    cursor = Put(cursor, attr);
+    *cursor++ = L'=';
+    *cursor++ = L'"';
+    if (!WriteValue(meta, Values + PosOf(s, SlotWidth), cursor, start, end)) return nullptr;
+    *cursor++ = L'"';
+  }
+  if (flags & 4) {
+    if (!Ensure(cursor, start, end, 64)) return nullptr;
+    cursor = Put(cursor, L" _0F=\"");
+    cursor = IntToString(Flags, cursor);
+    *cursor++ = L'"';
+  }
+
+  int textMeta = SlotCount > 2 ? MetaOf(GetSlot(2), SlotWidth) : 0;
+  if (!FirstChild && !textMeta) {
+    if (!Ensure(cursor, start, end, 64)) return nullptr;
+    *cursor++ = L'/';
+    *cursor++ = L'>';
+    *cursor = 0;
+    return cursor;
+  }
+
+  if (ChildrenGoOut(flags)) {
+    *cursor++ = L'>';
+    for (TNode* child = FirstChild; child; child = child->Next) {
+      if ((child->Flags & FFiltered) && !(flags & 1)) continue;
+      cursor = ((TNodeXml*)child)->GetXml(cursor, start, end, flags & ~64, depth + 1);
+      if (!cursor) return nullptr;
+    }
+  } else {
+    int count = 0;
+    for (TNode* child = FirstChild; child; child = child->Next)
+      if (!(child->Flags & FFiltered) || (flags & 1)) count++;
+    if (!Ensure(cursor, start, end, 64)) return nullptr;
+    cursor = Put(cursor, L" State=\"0\" Count=\"");
+    cursor = IntToString(count, cursor);
+    *cursor++ = L'"';
+    *cursor++ = L'>';
+  }
+
+  if (textMeta && !WriteValue(textMeta, Values + PosOf(GetSlot(2), SlotWidth), cursor, start, end)) return nullptr;
+  if (!Ensure(cursor, start, end, nameLength + 64)) return nullptr;
+  *cursor++ = L'<';
+  *cursor++ = L'/';
+  // The name is read again: writing children may have cycled the scratch ring.
+  cursor = Put(cursor, GetStringBase(INameIndex));
+  *cursor++ = L'>';
+  *cursor = 0;
+  return cursor;
+}
+
+wchar_t* TNodeXml::GetXml(int* length, const wchar_t* prefix, const wchar_t* postfix, int flags) {
+  if (!prefix) prefix = EmptyString;
+  if (!postfix) postfix = EmptyString;
+  size_t prefixLength = wcslen(prefix), postfixLength = wcslen(postfix);
+  size_t bytes = (size_t)GetXmlLength(flags) + (prefixLength + postfixLength) * sizeof(wchar_t);
+  if (bytes < 4096) bytes = 4096;
+  size_t cells = bytes / sizeof(wchar_t);
+  if (cells < prefixLength + 1) cells = prefixLength + 1;
+  wchar_t* start = (wchar_t*)malloc(cells * sizeof(wchar_t));
+  if (!start) return nullptr;
+  wchar_t* end = start + cells;
+  wchar_t* cursor = wmemcpy(start, prefix, prefixLength) + prefixLength;
+  cursor = GetXml(cursor, start, end, flags, 0);
+  if (!cursor || !Ensure(cursor, start, end, postfixLength + 1)) {
+    free(start);
+    return nullptr;
+  }
+  cursor = wmemcpy(cursor, postfix, postfixLength) + postfixLength;
+  *cursor = 0;
+  if (length) *length = (int)(cursor - start);
+  return start;
+}
+
+wchar_t* TTree::GetXml(int* length, int flags) {
+  if (!Root) return nullptr;
+  return ((TNodeXml*)Root)->GetXml(length, L"<?xml version=\"1.0\"?>", nullptr, flags);
+}
+
+char* TTree::GetXml(bool reversed, int* length, int flags) {
+  int wideLength = 0;
+  wchar_t* wide = GetXml(&wideLength, flags);
+  if (!wide) return nullptr;
+  char* text = ToUTF8(wide, wideLength, length, reversed);
+  free(wide);
+  return text;
+}
+
+int TTree::SaveXml(const wchar_t* path, int encoding) {
+  FILE* file = _wfopen(path, L"wb");
+  if (!file) return -1;
+  int result = -3;
+  if (Root && encoding >= 1 && encoding <= 3) {
+    size_t want = 0, wrote = 0;
+    if (encoding == 1) {
+      int length = 0;
+      wchar_t* text = GetXml(&length, 255);
+      if (text) {
+        // Laid out for 2-byte characters: half of the wide buffer goes out.
+        static const unsigned char mark[2] = {0xFF, 0xFE};
+        want = 2 + (size_t)length * 2;
+        wrote = fwrite(mark, 1, 2, file) + fwrite(text, 1, (size_t)length * 2, file);
+        free(text);
+        result = wrote < want ? -2 : 0;
+      }
+    } else {
+      int length = 0;
+      char* text = GetXml(encoding == 3, &length, 255);
+      if (text) {
+        static const unsigned char mark[3] = {0xEF, 0xBB, 0xBF};
+        want = 3 + (size_t)length;
+        wrote = fwrite(mark, 1, 3, file) + fwrite(text, 1, length, file);
+        free(text);
+        result = wrote < want ? -2 : 0;
+      }
+    }
+  }
+  fclose(file);
+  return result;
+}

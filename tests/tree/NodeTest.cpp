@@ -1,0 +1,303 @@
+// Nodes and trees: sibling links, the adders, removal and replacement, child
+// counts, copies within and across trees, destruction and the id table.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tree/Data.h"
+#include "tree/Node.h"
+#include "tree/Tree.h"
+#include "tree/Xml.h"
+
+namespace {
+
+class NodeTest : public ::testing::Test {
+protected:
+  void SetUp() override { TData::Initialize(); }
+  TNode* Add(TNode* parent, const wchar_t* name) {
+    return parent->AppendChild(tree.CreateElement(name));
+  }
+  // Names of the children in order, or "!" if a link is inconsistent.
+  static std::wstring Order(TNode* parent) {
+    std::wstring names;
+    TNode* prev = nullptr;
+    for (TNode* c = parent->FirstChild; c; prev = c, c = c->Next) {
+      if (c->Parent != parent || c->Prev != prev) return L"!";
+      names += c->GetName();
+    }
+    return parent->LastChild == prev ? names : L"!";
+  }
+  static bool Detached(TNode* n) { return !n->Parent && !n->Prev && !n->Next; }
+
+  TTree tree{L"R"};
+};
+
+TEST_F(NodeTest, TreeBeginsWithFixedNamesAndItsRoot) {
+  EXPECT_EQ(tree.GetIndex(L"#Name", 0), INameIndex);
+  EXPECT_EQ(tree.GetIndex(L"#Type", 0), ITypeIndex);
+  EXPECT_EQ(tree.GetIndex(L"#Text", 0), ITextIndex);
+  EXPECT_EQ(tree.GetIndex(L"id", 0), IIdIndex);
+  EXPECT_EQ(tree.GetIndex(L"Expanded", 0), IExpandedIndex);
+  EXPECT_EQ(tree.GetIndex(L"Def", 0), IDefIndex);
+  EXPECT_EQ(tree.Precision, 10000);
+  EXPECT_EQ(tree.MaxChildrenOffline, 3);
+  EXPECT_EQ(tree.AggChildrenIndex, -1);
+  // Tree-level names get both numbers; a spec mode only its own.
+  EXPECT_EQ(tree.GetIndex(L"N", 1), 0x60006);
+  EXPECT_EQ(tree.GetSpecIndex(L"L", 1), static_cast<int>(0xFFFF0007u));
+  EXPECT_EQ(tree.GetSpecIndex(L"L", 2), 0x70007);
+  EXPECT_STREQ(tree.GetName(0x70007, 2), L"L");
+  ASSERT_NE(tree.Root, nullptr);
+  EXPECT_STREQ(tree.Root->GetName(), L"R");
+  EXPECT_EQ(tree.Root->Tree, &tree);
+  EXPECT_EQ(tree.Root->Parent, nullptr);
+  TNode* n = tree.CreateElement(L"x");
+  EXPECT_EQ(n->Flags, FState);
+  EXPECT_EQ(n->Tree, &tree);
+  TNode::Delete(n);
+  TTree empty;
+  EXPECT_EQ(empty.Root, nullptr);
+}
+
+TEST_F(NodeTest, ChildrenAreLinkedInOrder) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  TNode* b = Add(r, L"b");
+  TNode* c = Add(r, L"c");
+  EXPECT_EQ(Order(r), L"abc");
+  EXPECT_EQ(r->GetChildCount(), 3);
+  EXPECT_EQ(r->GetChild(0), a);
+  EXPECT_EQ(r->GetChild(1), b);
+  EXPECT_EQ(r->GetChild(3), nullptr);
+  EXPECT_EQ(r->GetChild(-1), nullptr);
+  EXPECT_EQ(a->GetParentPos(), 0);
+  EXPECT_EQ(c->GetParentPos(), 2);
+  EXPECT_EQ(r->GetParentPos(), -1);
+  EXPECT_EQ(a->GetChildCount(), 0);
+  EXPECT_EQ(a->GetChild(0), nullptr);
+}
+
+TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  TNode* b = Add(r, L"b");
+  TNode* c = Add(r, L"c");
+  EXPECT_EQ(r->AppendChild(c), c);  // already last: nothing changes
+  EXPECT_EQ(Order(r), L"abc");
+  r->AppendChild(a);
+  EXPECT_EQ(Order(r), L"bca");
+  EXPECT_EQ(r->PrependNode(c), c);
+  EXPECT_EQ(Order(r), L"cba");
+  TNode* x = tree.CreateElement(L"x");
+  EXPECT_EQ(r->InsertBefore(x, b), x);
+  EXPECT_EQ(Order(r), L"cxba");
+  EXPECT_EQ(r->InsertAfter(x, a), x);
+  EXPECT_EQ(Order(r), L"cbax");
+  r->InsertAfter(x, nullptr);  // no reference: to the start
+  EXPECT_EQ(Order(r), L"xcba");
+  r->InsertBefore(x, nullptr);  // no reference: to the end
+  EXPECT_EQ(Order(r), L"cbax");
+  TNode* o = Add(a, L"o");
+  EXPECT_EQ(r->InsertBefore(x, o), nullptr);
+  EXPECT_EQ(r->InsertAfter(x, o), nullptr);
+  EXPECT_EQ(Order(r), L"cbax");
+  a->AppendChild(b);  // from one parent to another
+  EXPECT_EQ(Order(r), L"cax");
+  EXPECT_EQ(Order(a), L"ob");
+}
+
+TEST_F(NodeTest, RemoveChildFollowsTheChildsOwnParent) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  TNode* b = Add(r, L"b");
+  TNode* c = Add(r, L"c");
+  a->SetId(L"1");
+  TNode* loose = tree.CreateElement(L"l");
+  EXPECT_EQ(r->RemoveChild(loose), nullptr);
+  TNode* other = tree.CreateElement(L"q");
+  EXPECT_EQ(other->RemoveChild(b), b);  // removed from r all the same
+  EXPECT_EQ(Order(r), L"ac");
+  EXPECT_TRUE(Detached(b));
+  EXPECT_EQ(r->RemoveChild(a), a);
+  EXPECT_EQ(Order(r), L"c");
+  EXPECT_EQ(r->RemoveChild(c), c);
+  EXPECT_EQ(r->FirstChild, nullptr);
+  EXPECT_EQ(r->LastChild, nullptr);
+  EXPECT_EQ(tree.GetElem(L"1"), a);  // the id stays registered
+  for (TNode* n : {a, b, c, loose, other}) TNode::Delete(n);
+  EXPECT_EQ(tree.GetElem(L"1"), nullptr);
+}
+
+TEST_F(NodeTest, ReplaceChildTakesTheOldPlace) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  TNode* b = Add(r, L"b");
+  TNode* c = Add(r, L"c");
+  TNode* x = tree.CreateElement(L"x");
+  TNode* y = tree.CreateElement(L"y");
+  TNode* z = tree.CreateElement(L"z");
+  EXPECT_EQ(r->ReplaceChild(x, b), b);
+  EXPECT_EQ(Order(r), L"axc");
+  EXPECT_TRUE(Detached(b));
+  EXPECT_EQ(r->ReplaceChild(y, c), c);
+  EXPECT_EQ(r->ReplaceChild(z, a), a);
+  EXPECT_EQ(Order(r), L"zxy");
+  TNode* w = tree.CreateElement(L"w");
+  EXPECT_EQ(r->ReplaceChild(w, nullptr), nullptr);
+  EXPECT_EQ(r->ReplaceChild(w, a), nullptr);  // a is no longer a child
+  EXPECT_TRUE(Detached(w));
+  EXPECT_EQ(Order(r), L"zxy");
+  for (TNode* n : {a, b, c, w}) TNode::Delete(n);
+}
+
+TEST_F(NodeTest, HasChildCountCountsDownVisibleChildren) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  Add(a, L"a1");
+  Add(a, L"a2")->Flags |= FFiltered;
+  Add(r, L"b")->Flags |= FFiltered;
+  Add(r, L"c");
+  EXPECT_EQ(r->HasChildCount(10, 0), 8);   // a, c
+  EXPECT_EQ(r->HasChildCount(10, 1), 7);   // a, b, c
+  EXPECT_EQ(r->HasChildCount(10, 2), 7);   // a, a1, c
+  EXPECT_EQ(r->HasChildCount(10, 64), 7);
+  EXPECT_EQ(r->HasChildCount(10, 3), 5);   // everything
+  EXPECT_EQ(r->HasChildCount(2, 0), 0);    // reaches 0: stops
+  EXPECT_EQ(r->HasChildCount(3, 0), 1);    // at most two visible children
+  EXPECT_EQ(r->HasChildCount(2, 2), 0);
+}
+
+TEST_F(NodeTest, AddingANodeOfAnotherTreeAddsADeepCopy) {
+  TTree other(L"O");
+  other.GetIndex(L"Z", 1);  // the numbering differs between the trees
+  TNode* src = other.Root->AppendChild(other.CreateElement(L"s"));
+  src->SetId(L"7");
+  src->SetString(L"A", L"a");
+  src->Flags |= FFiltered;
+  src->AppendChild(other.CreateElement(L"k"))->SetInt(L"B", 5);
+  TNode* got = tree.Root->AppendChild(src);
+  ASSERT_NE(got, nullptr);
+  EXPECT_NE(got, src);
+  EXPECT_EQ(got->Tree, &tree);
+  EXPECT_EQ(got->Parent, tree.Root);
+  EXPECT_EQ(src->Parent, other.Root);
+  EXPECT_EQ(Order(other.Root), L"s");
+  EXPECT_STREQ(got->GetName(), L"s");
+  EXPECT_STREQ(got->GetString(L"A"), L"a");
+  EXPECT_STREQ(got->GetId(), L"7");
+  EXPECT_EQ(got->Flags, FState);  // flags stay behind in the other tree
+  ASSERT_NE(got->FirstChild, nullptr);
+  EXPECT_EQ(got->FirstChild->Tree, &tree);
+  EXPECT_EQ(got->FirstChild->GetInt(L"B"), 5);
+  EXPECT_EQ(tree.GetElem(L"7"), nullptr);
+  EXPECT_EQ(other.GetElem(L"7"), src);
+}
+
+TEST_F(NodeTest, CopyWithinTheTreeIsAnImageOfTheRecord) {
+  TNode* def = Add(tree.Root, L"D");
+  TNode* row = Add(tree.Root, L"I");
+  row->Base = def;
+  row->Flags |= FFiltered;
+  row->SetId(L"1");
+  row->SetString(L"A", L"a");
+  Add(row, L"k");
+  TNode* deep = row->CopyNode(&tree, true);
+  EXPECT_EQ(deep->Base, def);
+  EXPECT_EQ(deep->Flags, row->Flags);
+  EXPECT_EQ(deep->Parent, nullptr);
+  EXPECT_STREQ(deep->GetString(L"A"), L"a");
+  EXPECT_EQ(Order(deep), L"k");
+  TNode* flat = row->CopyNode(&tree, false);
+  EXPECT_EQ(flat->FirstChild, nullptr);
+  EXPECT_EQ(tree.GetElem(L"1"), row);
+  TNode::Delete(flat);  // a copy with the same id unregisters the row
+  EXPECT_EQ(tree.GetElem(L"1"), nullptr);
+  TNode::Delete(deep);
+}
+
+TEST_F(NodeTest, CopyIntoANewTree) {
+  TNode* def = Add(tree.Root, L"D");
+  TNode* row = Add(tree.Root, L"I");
+  row->Base = def;
+  row->Flags |= FFiltered;
+  row->SetString(L"A", L"a");
+  Add(row, L"k");
+  TNode* copy = row->CopyNode(nullptr, true);
+  TTree* made = copy->Tree;
+  ASSERT_NE(made, nullptr);
+  EXPECT_NE(made, &tree);
+  EXPECT_EQ(made->Root, nullptr);
+  EXPECT_EQ(copy->Base, nullptr);
+  EXPECT_EQ(copy->Flags, FState);
+  EXPECT_STREQ(copy->GetString(L"A"), L"a");
+  ASSERT_NE(copy->FirstChild, nullptr);
+  EXPECT_EQ(copy->FirstChild->Tree, made);
+  TNode::Delete(copy);
+  delete made;
+}
+
+TEST_F(NodeTest, CopiedHighSpaceRowLosesItsValuesOntoItsName) {
+  TTree src;
+  ASSERT_NE(src.SetXml(L"<G><B><I><J A=\"x\" B=\"y\"/></I></B></G>"), nullptr);
+  TNode* j = src.Root->FirstChild->FirstChild->FirstChild;
+  ASSERT_TRUE(j->Flags & FSpec);
+  TNode* copy = j->CopyNode(&tree, false);
+  EXPECT_STREQ(copy->GetName(), L"y");
+  EXPECT_FALSE(copy->Has(L"A"));
+  TNode::Delete(copy);
+}
+
+TEST_F(NodeTest, DeleteUnlinksAndUnregistersTheSubtree) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  Add(r, L"b");
+  a->SetId(L"1");
+  Add(a, L"a1")->SetId(L"2");
+  EXPECT_EQ(tree.GetElem(L"2")->Parent, a);
+  TNode::Delete(a);
+  EXPECT_EQ(Order(r), L"b");
+  EXPECT_EQ(tree.GetElem(L"1"), nullptr);
+  EXPECT_EQ(tree.GetElem(L"2"), nullptr);
+  wchar_t** keys = nullptr;
+  ASSERT_EQ(tree.GetIds(keys), 2);  // removed entries still count
+  EXPECT_STREQ(keys[0], L"1");
+  EXPECT_STREQ(keys[1], L"2");
+  EXPECT_EQ(tree.GetElem(L""), nullptr);
+  EXPECT_EQ(tree.GetElem(nullptr), nullptr);
+}
+
+TEST_F(NodeTest, GetChildByNameSearchesDepthFirst) {
+  TNode* r = tree.Root;
+  TNode* a = Add(r, L"a");
+  TNode* inner = Add(a, L"x");
+  TNode* outer = Add(r, L"x");
+  EXPECT_EQ(r->GetChildByName(L"x", false), outer);
+  EXPECT_EQ(r->GetChildByName(L"x", true), inner);
+  EXPECT_EQ(r->GetChildByName(L"a", true), a);
+  EXPECT_EQ(r->GetChildByName(L"none", true), nullptr);
+}
+
+TEST_F(NodeTest, NodeListGrowsByDoublingAndDoesNotOwn) {
+  TNodeList list;
+  EXPECT_EQ(list.Items, list.Inline);
+  EXPECT_EQ(list.Capacity, 16);
+  std::vector<TNode*> nodes;
+  for (int i = 0; i < 40; i++) {
+    nodes.push_back(Add(tree.Root, L"n"));
+    list.Add(nodes.back());
+    if (i == 15) EXPECT_EQ(list.Items, list.Inline);
+    if (i == 16) EXPECT_EQ(list.Capacity, 32);
+  }
+  EXPECT_NE(list.Items, list.Inline);
+  EXPECT_EQ(list.Capacity, 64);
+  ASSERT_EQ(list.Count, 40);
+  for (int i = 0; i < 40; i++) EXPECT_EQ(list.Items[i], nodes[i]);
+  list.Clear();
+  EXPECT_EQ(list.Count, 0);
+  EXPECT_EQ(list.Capacity, 16);
+  EXPECT_EQ(list.Items, list.Inline);
+  EXPECT_EQ(tree.Root->GetChildCount(), 40);
+}
+
+}  // namespace
