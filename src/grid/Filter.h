@@ -1,7 +1,14 @@
-// TNodeFilter: the node level of filtering.
+// Filtering: TNodeFilter, the node level, and TGridFilter, the grid level.
 #pragma once
-#include "grid/Sort.h"
+#include "grid/Group.h"
 
 class TNodeFilter : public TNodeSort {
 public:
+};
+
+class TGridFilter : public TGridGroup {
+public:
+  TGridFilter();
+  ~TGridFilter();
+  bool UpdateFilter() override;
 };

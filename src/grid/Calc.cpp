@@ -1,0 +1,5 @@
+#include "grid/Calc.h"
+
+TGridCalc::TGridCalc() {}
+TGridCalc::~TGridCalc() {}
+void TGridCalc::InitCalc() {}

@@ -1,0 +1,3 @@
+#include "grid/Export.h"
+
+wchar_t* TGridExport::GetExport(const wchar_t*, int*) { return nullptr; }

@@ -1,0 +1,5 @@
+#include "grid/Filter.h"
+
+TGridFilter::TGridFilter() {}
+TGridFilter::~TGridFilter() {}
+bool TGridFilter::UpdateFilter() { return false; }

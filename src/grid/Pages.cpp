@@ -1,0 +1,3 @@
+#include "grid/Pages.h"
+
+void TGridPages::RemovePages() {}

@@ -1,0 +1,5 @@
+#include "grid/Sort.h"
+
+TGridSort::TGridSort() {}
+TGridSort::~TGridSort() {}
+bool TGridSort::UpdateSort() { return false; }
