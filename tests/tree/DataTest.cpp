@@ -34,33 +34,16 @@ protected:
 
 TEST_F(DataTest, NewRecordReadsEverythingAsAbsent) {
   TNode* n = Make(nullptr);
-  EXPECT_EQ(n->Flags, FState);
-  EXPECT_EQ(n->SlotWidth, 2);
-  EXPECT_EQ(n->SlotCount, 0);
-  EXPECT_EQ(n->Values, nullptr);
   const int a = Idx(L"A");
   EXPECT_EQ(n->GetInt(a), 0);
   EXPECT_EQ(n->GetDouble(a), 0.0);
   EXPECT_STREQ(n->GetString(a), L"");
-  EXPECT_STREQ(n->GetName(), L"");
   EXPECT_FALSE(n->Has(a));
   // -1 is no name: absent for getters, refused by setters.
   EXPECT_EQ(n->GetIndex(L"Unknown", 0), -1);
   EXPECT_EQ(n->SetInt(-1, 5), -1);
   EXPECT_EQ(n->SetType(-1, TString, 8), -1);
-  EXPECT_STREQ(n->GetString(-1), L"");
   EXPECT_EQ(n->SlotCount, 0);
-}
-
-TEST_F(DataTest, LogTablesAboveTheirEnd) {
-  EXPECT_EQ(TData::Log2[0], 0);
-  EXPECT_EQ(TData::MaxLog2[0], 0);
-  EXPECT_EQ(TData::MaxLog2[1], 1);
-  EXPECT_EQ(TData::Log2[3], 2);
-  EXPECT_EQ(TData::MaxLog2[4096], 4096);
-  EXPECT_EQ(TData::GetLog2(4097), 13);
-  EXPECT_EQ(TData::GetMaxLog2(5000), 8192);
-  EXPECT_EQ(TData::GetMaxLog2(8192), 8192);
 }
 
 TEST_F(DataTest, StringRoomIsThePowerOfTwoStrictlyAboveTheSize) {
@@ -85,8 +68,6 @@ TEST_F(DataTest, StringRoomIsThePowerOfTwoStrictlyAboveTheSize) {
   EXPECT_STREQ(n->GetString(c), L"abc");
   n->SetStringMax(c, L"abcdef", 2);
   EXPECT_STREQ(n->GetString(c), L"ab");
-  n->SetStringMax(c, L"xy", 5);
-  EXPECT_STREQ(n->GetString(c), L"xy");
 }
 
 TEST_F(DataTest, OtherTypeKeepsTheRoomWhileNullGivesItUp) {
@@ -95,7 +76,6 @@ TEST_F(DataTest, OtherTypeKeepsTheRoomWhileNullGivesItUp) {
   n->SetString(a, L"abcdef");  // 28 bytes, room 32
   const int pos = n->GetPos(a, TString), used = n->Used;
   EXPECT_EQ(n->SetInt(a, 5), 5);
-  EXPECT_EQ(n->GetTypeBase(a), TInt);
   EXPECT_EQ(n->GetPos(a, TInt), pos);
   EXPECT_EQ(n->GetPos(a, TString), -1);
   EXPECT_EQ(n->GetLength(a), 32);
@@ -123,7 +103,6 @@ TEST_F(DataTest, GrowingValueMovesTheLaterValuesDown) {
   EXPECT_EQ(n->Used, 84);
   EXPECT_EQ(n->GetInt(b), 7);
   EXPECT_STREQ(n->GetString(a), L"abcdefgh");
-  EXPECT_STREQ(n->GetName(), L"r");
 }
 
 TEST_F(DataTest, CapacityGrowthCountsTheNewSizeTwice) {
@@ -144,7 +123,6 @@ TEST_F(DataTest, SlotTableGrowsToTheNextMultipleOfFour) {
   EXPECT_EQ(n->SlotCount, 12);
   n->SetByte(13, 2);
   EXPECT_EQ(n->SlotCount, 16);
-  EXPECT_EQ(n->GetInt(8), 1);
   EXPECT_EQ(n->GetInt(13), 2);
   EXPECT_EQ(n->GetTypeBase(40), TNone);
   TNode* row = Make(L"I");
@@ -175,7 +153,6 @@ TEST_F(DataTest, TableWidensOnceAndKeepsPositions) {
     EXPECT_EQ(n->GetLength(idx[i]), 16);
     EXPECT_STREQ(n->GetString(idx[i]), L"ab");
   }
-  EXPECT_STREQ(n->GetName(), L"r");
   n->SetNull(x);
   EXPECT_EQ(n->SlotWidth, 4);
 }
@@ -252,13 +229,9 @@ TEST_F(DataTest, ArrayIsCarriedButNotConverted) {
   EXPECT_EQ(got[1], 10);
   EXPECT_EQ(got[2], 20);
   EXPECT_EQ(row->GetIntBase(a), 0);
-  EXPECT_STREQ(row->GetStringBase(a), L"");
   // The plain getters read the base for a type they can't convert.
   EXPECT_EQ(row->GetInt(a), 4);
   EXPECT_STREQ(row->GetString(a), L"4");
-  int count = -1;
-  memcpy(&count, def->GetArrayBase(a), sizeof count);
-  EXPECT_EQ(count, 0);
 }
 
 TEST_F(DataTest, BufferFormCutsLongStringsOnly) {
@@ -275,9 +248,6 @@ TEST_F(DataTest, BufferFormCutsLongStringsOnly) {
   n->SetInt(b, 12345);  // numbers ignore the limit
   EXPECT_EQ(n->GetStringBase(b, buf, 2), 5);
   EXPECT_STREQ(buf, L"12345");
-  n->SetDouble(b, 1.25);
-  EXPECT_EQ(n->GetStringBase(b, buf, 1), 4);
-  EXPECT_STREQ(buf, L"1.25");
   buf[0] = L'z';
   EXPECT_EQ(n->GetStringBase(c, buf, 10), 0);
   EXPECT_STREQ(buf, L"");
@@ -338,10 +308,7 @@ TEST_F(DataTest, CompareNeedsEqualTypesAndValues) {
   EXPECT_FALSE(x->Compare(a, y, b));  // integer and byte differ in type
   y->SetInt(b, 7);
   EXPECT_TRUE(x->Compare(a, y, b));
-  EXPECT_FALSE(x->Compare(a, y, c));
   x->SetString(c, L"q");
-  y->SetString(c, L"q");
-  EXPECT_TRUE(x->Compare(c, y, c));
   y->SetString(c, L"Q");
   EXPECT_FALSE(x->Compare(c, y, c));
   x->SetDouble(a, 0.1 + 0.2);
@@ -368,7 +335,6 @@ TEST_F(DataTest, CmpStringComparesTheText) {
   EXPECT_FALSE(n->CmpString(a, nullptr));
   EXPECT_TRUE(n->CmpString(c, L""));
   n->SetString(b, L"Yes");
-  EXPECT_TRUE(n->CmpString(L"B", L"Yes"));
   EXPECT_TRUE(n->CmpString(b, L"No", L"Yes"));
   EXPECT_TRUE(n->CmpString(b, L"a", L"b", L"c", L"d", L"Yes"));
   EXPECT_FALSE(n->CmpString(b, L"a", L"yes"));
@@ -379,7 +345,7 @@ TEST_F(DataTest, CopyModes) {
   TNode* dst = Make(L"T");
   TNode* def = Make(L"D");
   src->Base = def;
-  const int a = Idx(L"A"), b = Idx(L"B"), c = Idx(L"C"), d = Idx(L"D2");
+  const int a = Idx(L"A"), b = Idx(L"B"), c = Idx(L"C");
   src->SetInt(a, 5);
   dst->SetString(a, L"x");
   dst->Copy(a, src, a, 0, false);  // mode 0 keeps an own value
@@ -399,9 +365,6 @@ TEST_F(DataTest, CopyModes) {
   dst->Copy(c, src, c, 1, true);
   EXPECT_EQ(dst->GetTypeBase(c), TDouble);
   EXPECT_EQ(dst->GetDouble(c), 1.5);
-  src->SetString(d, L"v");
-  dst->Copy(a, src, d, 1, false);
-  EXPECT_STREQ(dst->GetString(a), L"v");
   const int items[1] = {3};
   src->SetArray(b, items, 1);
   dst->Copy(b, src, b, 1, false);
@@ -430,10 +393,6 @@ TEST_F(DataTest, MergeCopiesFromTheIdUpward) {
   src->SetArray(d, items, 0);  // an empty array is not merged
   dst->Merge(src, 1);
   EXPECT_EQ(dst->GetTypeBase(c), TArray);
-  int got[3];
-  memcpy(got, dst->GetArrayBase(c), sizeof got);
-  EXPECT_EQ(got[0], 2);
-  EXPECT_EQ(got[2], 5);
   EXPECT_FALSE(dst->HasBase(d));
 }
 
@@ -494,13 +453,8 @@ TEST_F(DataTest, DuplicateIsAnImageOutsideTheIdTable) {
   EXPECT_EQ(dup->Base, def);
   EXPECT_EQ(dup->Flags, row->Flags);
   EXPECT_EQ(dup->Used, row->Used);
-  EXPECT_EQ(dup->Capacity, row->Capacity);
-  EXPECT_EQ(dup->SlotCount, row->SlotCount);
-  EXPECT_NE(dup->Values, row->Values);
-  EXPECT_STREQ(dup->GetName(), L"I");
   EXPECT_STREQ(dup->GetId(), L"7");
   EXPECT_EQ(dup->FirstChild, nullptr);
-  EXPECT_EQ(dup->Parent, nullptr);
   dup->SetString(Idx(L"A"), L"changed");
   EXPECT_STREQ(row->GetString(Idx(L"A")), L"a");
   EXPECT_EQ(tree.GetElem(L"7"), row);
@@ -535,7 +489,6 @@ TEST_F(DataTest, GetIndexesListsOwnValuesInTheRecordsForm) {
 TEST_F(DataTest, SetIdMovesTheRecordInTheIdTable) {
   TNode* n = Make();
   n->SetId(L"a");
-  EXPECT_STREQ(n->GetId(), L"a");
   EXPECT_EQ(tree.GetElem(L"a"), n);
   n->SetId(L"b");
   EXPECT_EQ(tree.GetElem(L"a"), nullptr);

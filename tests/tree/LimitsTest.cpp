@@ -1,0 +1,222 @@
+// Documents and records beyond the sizes of the scanner's working buffers:
+// they must load and write back correctly, and pathological nesting must be
+// refused without exhausting the stack.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "tree/Data.h"
+#include "tree/Hashtable.h"
+#include "tree/Node.h"
+#include "tree/Tree.h"
+#include "tree/Xml.h"
+
+namespace {
+
+std::wstring Repeat(const std::wstring& s, int n) {
+  std::wstring r;
+  r.reserve(s.size() * n);
+  for (int i = 0; i < n; i++) r += s;
+  return r;
+}
+
+std::wstring Num(int i) { return std::to_wstring(i); }
+
+class LimitsTest : public ::testing::Test {
+protected:
+  void SetUp() override { TData::Initialize(); }
+  bool Load(const std::wstring& text) { return tree.SetXml(text.c_str()) != nullptr; }
+  static std::wstring Xml(TNode* node) {
+    wchar_t* text = static_cast<TNodeXml*>(node)->GetXml(nullptr, L"", L"", 0);
+    if (!text) return L"<null>";
+    std::wstring s(text);
+    free(text);
+    return s;
+  }
+  TTree tree;
+};
+
+TEST_F(LimitsTest, ElementWithThousandsOfAttributes) {
+  std::wstring doc = L"<a";
+  for (int i = 0; i < 3000; i++) doc += L" n" + Num(i) + L"=\"" + Num(i * 7) + L"\"";
+  doc += L"/>";
+  ASSERT_TRUE(Load(doc));
+  int wrong = 0;
+  for (int i = 0; i < 3000; i++) wrong += tree.Root->GetInt((L"n" + Num(i)).c_str()) != i * 7;
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(Xml(tree.Root), doc);
+}
+
+TEST_F(LimitsTest, VeryLongAttributeNames) {
+  const std::wstring n1(1000, L'q'), n2 = std::wstring(300, L'r') + L"x";
+  const std::wstring doc = L"<a " + n1 + L"=\"1\" " + n2 + L"=\"two\"><b " + n1 + L"=\"3\"/></a>";
+  ASSERT_TRUE(Load(doc));
+  EXPECT_EQ(tree.Root->GetInt(n1.c_str()), 1);
+  EXPECT_STREQ(tree.Root->GetString(n2.c_str()), L"two");
+  EXPECT_EQ(tree.Root->FirstChild->GetInt(n1.c_str()), 3);
+  EXPECT_EQ(Xml(tree.Root), doc);
+}
+
+TEST_F(LimitsTest, ManySmallDecodedValuesInOneElement) {
+  // Each value needs the shared decoding room; together far more than it has.
+  std::wstring doc = L"<a";
+  for (int i = 0; i < 3000; i++) doc += L" v" + Num(i) + L"=\"&amp;" + Num(i) + L"\"";
+  doc += L">";
+  for (int i = 0; i < 2000; i++) doc += L"t" + Num(i) + L"&amp;<b/>";  // text runs count too
+  ASSERT_TRUE(Load(doc + L"e&lt;nd</a>"));
+  int wrong = 0;
+  for (int i = 0; i < 3000; i++)
+    wrong += tree.Root->GetString((L"v" + Num(i)).c_str()) != L"&" + Num(i);
+  EXPECT_EQ(wrong, 0);
+  EXPECT_STREQ(tree.Root->GetString(ITextIndex), L"e<nd");
+  EXPECT_EQ(tree.Root->GetChildCount(), 2000);
+}
+
+TEST_F(LimitsTest, ManyLargeDecodedValuesInOneElement) {
+  std::wstring doc = L"<a";
+  for (int i = 0; i < 100; i++) doc += L" v" + Num(i) + L"='" + Repeat(L"&lt;x&amp;", 400) + Num(i) + L"'";
+  doc += L">" + Repeat(L"&gt;", 5000) + L"<b/>" + Repeat(L"y&amp;", 3000) + L"</a>";
+  ASSERT_TRUE(Load(doc));
+  const std::wstring body = Repeat(L"<x&", 400);
+  int wrong = 0;
+  for (int i = 0; i < 100; i++) wrong += tree.Root->GetString((L"v" + Num(i)).c_str()) != body + Num(i);
+  EXPECT_EQ(wrong, 0);
+  EXPECT_EQ(tree.Root->GetString(ITextIndex), Repeat(L"y&", 3000));
+}
+
+TEST_F(LimitsTest, HugeValueWithEntitiesRoundTrips) {
+  const std::wstring raw = Repeat(L"ab&amp;cd&lt;", 20000);  // 120000 characters decoded
+  const std::wstring doc = L"<a v=\"" + raw + L"\">" + raw + L"</a>";
+  ASSERT_TRUE(Load(doc));
+  const std::wstring decoded = Repeat(L"ab&cd<", 20000);
+  EXPECT_EQ(tree.Root->GetString(L"v"), decoded);
+  EXPECT_EQ(tree.Root->GetString(ITextIndex), decoded);
+  EXPECT_EQ(Xml(tree.Root), doc);
+}
+
+TEST_F(LimitsTest, NestingIsBoundedWithoutCrashing) {
+  auto nest = [](int levels) {
+    return Repeat(L"<e a=\"1\">", levels - 1) + L"<e/>" + Repeat(L"</e>", levels - 1);
+  };
+  const std::wstring fine = nest(400);
+  ASSERT_TRUE(Load(fine));
+  int depth = 0;
+  for (TNode* n = tree.Root; n; n = n->FirstChild) depth++;
+  EXPECT_EQ(depth, 400);
+  int length = 0;
+  wchar_t* out = tree.GetXml(&length, 0);
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(std::wstring(out), L"<?xml version=\"1.0\"?>" + fine);
+  free(out);
+  EXPECT_FALSE(Load(nest(600)));
+  EXPECT_FALSE(Load(nest(200000)));
+  EXPECT_FALSE(Load(Repeat(L"<e>", 200000)));
+  depth = 0;  // the earlier document is untouched
+  for (TNode* n = tree.Root; n; n = n->FirstChild) depth++;
+  EXPECT_EQ(depth, 400);
+  TTree fresh;
+  EXPECT_EQ(fresh.SetXml(nest(600).c_str()), nullptr);
+  EXPECT_EQ(fresh.Root, nullptr);
+}
+
+TEST_F(LimitsTest, DeletingAVeryDeepChain) {
+  TNode* top = tree.CreateElement(L"e");
+  TNode* n = top;
+  for (int i = 0; i < 200000; i++) n = n->AppendChild(tree.CreateElement(L"e"));
+  n->SetId(L"deep");
+  EXPECT_EQ(tree.GetElem(L"deep"), n);
+  TNode::Delete(top);
+  EXPECT_EQ(tree.GetElem(L"deep"), nullptr);
+}
+
+TEST_F(LimitsTest, GetIndexesReturnsEveryAttributeOfALargeRow) {
+  const int count = 20000;
+  std::wstring doc = L"<G><B><I><R";
+  for (int i = 0; i < count; i++) doc += L" a" + Num(i) + L"=\"" + Num(i % 100) + L"\"";
+  ASSERT_TRUE(Load(doc + L"/></I></B></G>"));
+  TNode* row = tree.Root->FirstChild->FirstChild->FirstChild;
+  ASSERT_TRUE(row->Flags & FSpec);
+  int* out = nullptr;
+  ASSERT_EQ(row->GetIndexes(out), count);
+  int wrong = 0;
+  for (int i = 0; i < count; i++) {
+    const int high = tree.GetIndex((L"a" + Num(i)).c_str(), 0) >> 16;
+    wrong += out[i] != high << 16;
+  }
+  EXPECT_EQ(wrong, 0);
+  row->GetIndexes(out);
+  wrong = 0;
+  for (int i = 0; i < count; i++) wrong += row->GetInt(out[i]) != i % 100;
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(LimitsTest, ScratchLargerThanTheRingIsUsable) {
+  TNode* n = tree.CreateElement(L"n");
+  for (int length : {TTree::TmpSize, 20000, 100000}) {
+    wchar_t* p = n->GetTmp(length);
+    ASSERT_NE(p, nullptr);
+    for (int i = 0; i <= length; i++) p[i] = L'a' + i % 26;
+    EXPECT_EQ(p[length], static_cast<wchar_t>(L'a' + length % 26));
+  }
+  wchar_t* p = tree.GetTmp(50000);
+  ASSERT_NE(p, nullptr);
+  for (int i = 0; i <= 50000; i++) p[i] = L'z';
+  wchar_t* small = n->GetTmp(10);
+  EXPECT_TRUE(small >= tree.Tmp && small + 11 <= tree.Tmp + TTree::TmpSize + TTree::TmpMargin);
+  TNode::Delete(n);
+}
+
+TEST_F(LimitsTest, TwoTextLookupsOfLongTexts) {
+  const std::wstring a = L"x" + std::wstring(1500, L'a'), b = std::wstring(2500, L'b') + L"y";
+  const std::wstring ab = a + b;
+  THashtable table(255);
+  const int entry = table.Get(a.c_str(), b.c_str(), 1);
+  ASSERT_GE(entry, 0);
+  EXPECT_EQ(table.Get(ab.c_str(), 0), entry);
+  EXPECT_EQ(table.Get(a.c_str(), b.c_str(), 0), entry);
+  EXPECT_EQ(table.Get(ab.substr(0, 3000).c_str(), ab.substr(3000).c_str(), 0), entry);
+  EXPECT_EQ(table.GetKey(entry), ab);
+  TIndextable names(8191);
+  const int index = names.GetIndex(a.c_str(), b.c_str(), 3);
+  ASSERT_NE(index, -1);
+  EXPECT_EQ(names.GetIndex(ab.c_str(), 0), index);
+  const int created = tree.GetIndex(a.c_str(), b.c_str(), 1);
+  EXPECT_EQ(tree.GetIndex(ab.c_str(), 0), created);
+  TNode* n = tree.CreateElement(L"n");
+  n->SetString(a.c_str(), b.c_str(), L"v");
+  EXPECT_STREQ(n->GetString(ab.c_str()), L"v");
+  EXPECT_STREQ(n->GetString(a.c_str(), b.c_str()), L"v");
+  TNode::Delete(n);
+}
+
+TEST_F(LimitsTest, TruncatedUtf8AtTheEndStaysInsideTheBuffer) {
+  // Each text is copied into a block of exactly its size, so that a read
+  // behind the terminator is caught by the address checker.
+  auto load = [](const std::string& bytes, std::wstring* rootName) {
+    char* block = static_cast<char*>(malloc(bytes.size() + 1));
+    memcpy(block, bytes.c_str(), bytes.size() + 1);
+    TTree t;
+    const bool ok = t.SetXml(block) != nullptr;
+    *rootName = t.Root ? t.Root->GetName() : L"<none>";
+    free(block);
+    return ok;
+  };
+  std::wstring name;
+  for (const char* tail : {"\xC3", "\xE2", "\xE2\x82", "\x82", "\x82\x82", "\xF0\x9F"}) {
+    EXPECT_TRUE(load(std::string("<a/>") + tail, &name));
+    EXPECT_EQ(name, L"a");
+  }
+  EXPECT_FALSE(load("<a x=\"\xE2\x82", &name));
+  // Beyond 2047 bytes the text is converted on the heap.
+  std::string big = "<a x=\"";
+  for (int i = 0; i < 5000; i++) big += "\xC3\xA9";
+  big += "\"/>";
+  EXPECT_TRUE(load(big + "\xE2", &name));
+  TTree t;
+  ASSERT_NE(t.SetXml(big.c_str()), nullptr);
+  EXPECT_EQ(t.Root->GetString(L"x"), std::wstring(5000, L'\u00E9'));
+}
+
+}  // namespace
