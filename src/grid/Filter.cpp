@@ -1,5 +1,5 @@
 #include "grid/Filter.h"
 
-TGridFilter::TGridFilter() {}
+TGridFilter::TGridFilter() : FilterCells(), FilterCount(0) {}
 TGridFilter::~TGridFilter() {}
 bool TGridFilter::UpdateFilter() { return false; }

@@ -1,6 +1,6 @@
 #include "grid/Group.h"
 
-TGridGroup::TGridGroup() {}
+TGridGroup::TGridGroup() : NextGroupId(0), MaxGroupLength(0), GroupIndex(-1), GroupCount(0), GroupCols() {}
 TGridGroup::~TGridGroup() {}
 void TGridGroup::InitGroup() {}
 bool TGridGroup::UpdateGroup() { return false; }

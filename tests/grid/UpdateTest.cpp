@@ -1,0 +1,211 @@
+// Requests merged into a grid, the id generator, the log of changes and the
+// saved document.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "grid/Export.h"
+#include "tree/Data.h"
+
+namespace {
+
+class TSessionGrid final : public TGridExport {
+public:
+  void CopySession() override {
+    Session = IO->GetString(L"Session");
+    Copies++;
+  }
+  std::wstring Session;
+  int Copies = 0;
+};
+
+class UpdateTest : public ::testing::Test {
+protected:
+  void SetUp() override { TData::Initialize(); }
+  TSessionGrid* Create(const std::wstring& text) {
+    grid.reset(new TSessionGrid());
+    const wchar_t* documents[] = {text.c_str()};
+    EXPECT_EQ(grid->Load(documents, 1), 0);
+    grid->Update();
+    return grid.get();
+  }
+  TNode* Row(const wchar_t* id) { return grid->Tree->GetElem(id); }
+  std::wstring LastId() {
+    TIds ids;
+    return grid->GetLastId(&ids);
+  }
+  // A grid with these Cfg attributes and root rows of these ids.
+  TSessionGrid* WithIds(const std::wstring& cfg, const std::vector<std::wstring>& ids) {
+    std::wstring text = L"<Grid><Cfg " + cfg + L"/><Body><B>";
+    for (const std::wstring& id : ids) text += L"<I id='" + id + L"'/>";
+    return Create(text + L"</B></Body></Grid>");
+  }
+  static std::wstring Xml(TNode* node) {
+    wchar_t* text = static_cast<TNodeXml*>(node)->GetXml(nullptr, L"", L"", 3);
+    std::wstring s = text ? text : L"<null>";
+    free(text);
+    return s;
+  }
+
+  std::unique_ptr<TSessionGrid> grid;
+};
+
+// ---- AddCfg ----
+
+TEST_F(UpdateTest, AddCfgMergesSectionsAndCopiesNewOnes) {
+  Create(L"<Grid><Cfg A='1'><X/></Cfg><Body><B><I id='1'/></B></Body></Grid>");
+  int copies = grid->Copies;
+  ASSERT_TRUE(grid->AddCfg(L"<Grid><Cfg A='2' B='3'><Y/></Cfg><IO Session='s1'/><Extra k='v'><Z/></Extra>"
+                           L"<Body><B><I id='zz'/></B></Body><Changes><I id='c'/></Changes></Grid>"));
+  EXPECT_EQ(Xml(grid->Cfg), L"<Cfg A=\"2\" B=\"3\"><X/><Y/></Cfg>");
+  EXPECT_EQ(grid->Session, L"s1");
+  EXPECT_EQ(grid->Copies, copies + 1);
+  EXPECT_EQ(Xml(grid->Tree->Root->LastChild), L"<Extra k=\"v\"><Z/></Extra>");
+  EXPECT_EQ(Row(L"zz"), nullptr);
+  EXPECT_EQ(grid->Tree->Root->GetChildByName(L"Changes", false), nullptr);
+}
+
+TEST_F(UpdateTest, AddCfgWithoutTextOrWithBadTextChangesNothing) {
+  Create(L"<Grid><Cfg A='1'/></Grid>");
+  int copies = grid->Copies;
+  EXPECT_TRUE(grid->AddCfg(static_cast<const wchar_t*>(nullptr)));
+  EXPECT_TRUE(grid->AddCfg(L""));
+  EXPECT_EQ(grid->UpdateGrid(L"<Grid><Cfg A='9'>"), -3);
+  EXPECT_EQ(grid->Copies, copies);
+  EXPECT_EQ(grid->Cfg->GetInt(L"A"), 1);
+}
+
+TEST_F(UpdateTest, AddCfgRefreshesPagingAndTimeZone) {
+  Create(L"<Grid><Cfg TimeZone='60'/></Grid>");
+  EXPECT_EQ(grid->Tree->TimeZone, 0);  // not read at load
+  grid->AddCfg(L"<Grid><Cfg Paging='3' ChildPaging='3'/></Grid>");
+  EXPECT_TRUE(grid->ServerPaging && grid->ServerChildPaging);
+  EXPECT_EQ(grid->Tree->TimeZone, 3600000);
+  grid->AddCfg(L"<Grid><Cfg Paging='0' TimeZone='-99999999'/></Grid>");
+  EXPECT_FALSE(grid->ServerPaging);
+  EXPECT_EQ(grid->Tree->TimeZone, INT_MIN);
+}
+
+TEST_F(UpdateTest, AddCfgFeedsFilterRowsByIdOrTheFirstOne) {
+  Create(L"<Grid><Head><Filter id='F1'/><Filter id='F2'/></Head></Grid>");
+  TNode* first = Row(L"F1");
+  TNode* second = Row(L"F2");
+  grid->AddCfg(L"<Grid><Filters><Filter id='F2' A='1' AFilter='3'/><Filter B='2'/></Filters></Grid>");
+  EXPECT_EQ(second->GetInt(L"AFilter"), 3);
+  EXPECT_EQ(first->GetInt(L"B"), 2);
+  // An unknown id goes to the first row with it; the table follows the row.
+  grid->AddCfg(L"<Grid><Filters><Filter id='F9' C='4'/></Filters></Grid>");
+  EXPECT_EQ(first->GetInt(L"C"), 4);
+  EXPECT_EQ(Row(L"F9"), first);
+  EXPECT_EQ(Row(L"F1"), nullptr);
+}
+
+// ---- ids ----
+
+TEST_F(UpdateTest, LastIdAndTheNextOne) {
+  const std::wstring digits = L"IdChars='0123456789'";
+  struct {
+    std::wstring cfg;
+    std::vector<std::wstring> ids;
+    const wchar_t* last;
+    const wchar_t* next;
+  } cases[] = {
+      {L"", {L"5", L"41"}, L"", L""},
+      {digits, {L"5", L"41", L"7", L"AB1", L"39", std::wstring(300, L'9')}, L"41", L"42"},
+      {digits, {L"99"}, L"99", L"000"},
+      {digits + L" NumberId='1'", {L"99"}, L"99", L"100"},
+      {L"IdChars='0' NumberId='1'", {L"0"}, L"0", L"00"},
+      {L"IdChars='ab'", {L"bab"}, L"bab", L"bba"},
+      {digits + L" IdPrefix='R'", {L"41"}, L"41", L"42"},
+      // Prefix characters that are no digits keep every id out: no usable id.
+      {digits + L" IdPrefix='R'", {L"R41"}, L"", L""},
+      // Only the number part is compared, and the postfix is written anew.
+      {L"IdChars='0123456789Rx' IdPrefix='R' IdPostfix='x'", {L"R5x", L"R12x", L"R13y", L"R9x"}, L"R13y", L"R14x"},
+  };
+  for (auto& c : cases) {
+    WithIds(c.cfg, c.ids);
+    EXPECT_EQ(LastId(), c.last) << c.cfg;
+    TIds ids;
+    TNode* row = grid->Body->FirstChild->AppendChild(grid->Tree->CreateElement(L"I"));
+    EXPECT_STREQ(grid->SetId(&ids, row, false), c.next) << c.cfg;
+    EXPECT_STREQ(row->GetId(), c.next);
+    if (*c.next) {
+      EXPECT_EQ(Row(c.next), row);
+    }
+  }
+  EXPECT_STREQ(grid->SetId(nullptr, nullptr, false), L"");
+}
+
+TEST_F(UpdateTest, LastIdPassesOverTheIdsOfHeaderToolbarAndCfg) {
+  Create(L"<Grid><Header id='99999'/><Toolbar id='88888'/><Cfg id='77777' IdChars='0123456789'/>"
+         L"<Body><B><I id='12'/></B></Body></Grid>");
+  EXPECT_EQ(LastId(), L"12");
+}
+
+TEST_F(UpdateTest, SetIdGivesDescendantsIdsDepthFirst) {
+  Create(L"<Grid><Cfg IdChars='0123456789'/><Body><B><I id='41'/><I id='x'><I id='y'><I id='z'/></I>"
+         L"<I id='w'/></I></B></Body></Grid>");
+  TNode* row = Row(L"x");
+  TIds ids;
+  EXPECT_STREQ(grid->SetId(&ids, row, true), L"45");
+  EXPECT_EQ(Xml(row), L"<I id=\"42\"><I id=\"43\"><I id=\"44\"/></I><I id=\"45\"/></I>");
+  EXPECT_EQ(Row(L"x"), nullptr);
+  EXPECT_EQ(Row(L"44"), row->FirstChild->FirstChild);
+}
+
+TEST_F(UpdateTest, IdsStayWithinTheirBuffer) {
+  std::wstring nines(TIds::MaxIdLength, L'9');
+  WithIds(L"IdChars='0123456789' NumberId='1'", {nines});
+  TIds ids;
+  std::wstring next = grid->SetId(&ids, nullptr, false);
+  EXPECT_EQ(next, L"1" + std::wstring(TIds::MaxIdLength - 1, L'0'));
+
+  WithIds(L"IdChars='0123456789' IdPostfix='" + std::wstring(400, L'x') + L"'", {L"1"});
+  TIds more;
+  EXPECT_EQ(std::wstring(grid->SetId(&more, nullptr, false)).size(), (size_t)TIds::MaxIdLength);
+
+  WithIds(L"IdChars='0123456789' IdPrefix='" + std::wstring(400, L'P') + L"'", {L"1"});
+  TIds longPrefix;
+  EXPECT_STREQ(grid->SetId(&longPrefix, nullptr, false), L"");
+}
+
+// ---- log and saved document ----
+
+TEST_F(UpdateTest, ChangesLogIsMadeOnceAndCleared) {
+  Create(L"<Grid/>");
+  EXPECT_EQ(grid->Changes, nullptr);
+  TNode* log = grid->AllocChanges();
+  ASSERT_NE(log, nullptr);
+  EXPECT_EQ(grid->AllocChanges(), log);
+  EXPECT_EQ(Xml(log->Tree->Root), L"<Grid><Changes/></Grid>");
+  grid->ClearChanges();
+  EXPECT_EQ(grid->Changes, nullptr);
+  grid->AllocChanges();  // the destructor clears it
+}
+
+TEST_F(UpdateTest, SaveToDataWritesTheWholeTreeAndLoadsAgain) {
+  Create(L"<Grid><Cfg a='1'/><Body><B><I id='1' A='x' _0F='8'/></B></Body></Grid>");
+  int length = -1;
+  wchar_t* text = grid->SaveToData(&length);
+  ASSERT_NE(text, nullptr);
+  std::wstring saved = text;
+  free(text);
+  EXPECT_EQ(length, (int)saved.size());
+  EXPECT_EQ(saved,
+            L"<?xml version=\"1.0\"?><Grid _0F=\"16\"><IO _0F=\"16\"/><Cfg a=\"1\" _0F=\"16\"/><Body _0F=\"16\">"
+            L"<B CDef=\"R\" _0F=\"16\"><I id=\"1\" A=\"x\" _0F=\"25\"/></B></Body><Def _0F=\"16\">"
+            L"<D Name=\"C\" Type=\"Text\" _0F=\"16\"/><D Name=\"R\" _0F=\"16\"/></Def></Grid>");
+  Create(saved);
+  text = grid->SaveToData(nullptr);
+  EXPECT_EQ(std::wstring(text), saved);
+  free(text);
+
+  grid.reset(new TSessionGrid());
+  EXPECT_EQ(grid->SaveToData(&length), nullptr);
+}
+
+}  // namespace
