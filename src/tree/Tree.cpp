@@ -32,9 +32,11 @@ TNode* TTree::GetElem(const wchar_t* id) {
 wchar_t* TTree::GetTmp(int length) {
   if (length < 0) length = 0;
   if (length + 1 > TmpSize + TmpMargin) {
-    // Beyond the ring: a block of its own, kept until the next such request.
-    if ((int)BigTmp.size() < length + 1) BigTmp.assign(length + 1, 0);
-    return BigTmp.data();
+    // Beyond the ring: blocks of their own, taken in turn, so that a text
+    // held across a few calls is not freed by the next large request.
+    std::vector<wchar_t>& block = BigTmp[BigTmpNext++ % BigTmpCount];
+    if ((int)block.size() < length + 1) block.assign(length + 1, 0);
+    return block.data();
   }
   wchar_t* result = TmpPos;
   if ((TmpPos - Tmp) + length + 1 < TmpSize) {

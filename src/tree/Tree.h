@@ -32,7 +32,8 @@ public:
   int GetIds(wchar_t**& keys) { keys = Ids.GetKeys(); return Ids.GetCount(); }
 
   // Scratch for length + 1 cells from the ring (see TData::GetTmp). A request
-  // larger than the ring gets a tree-owned block valid until the next such one.
+  // larger than the ring gets a block of its own, valid like ring scratch for
+  // a few further such requests.
   wchar_t* GetTmp(int length);
 
   // Documents (Xml.cpp). The wide form returns non-null on success; the 8-bit
@@ -61,6 +62,8 @@ public:
   int MaxChildrenOffline;
 
 private:
-  std::vector<wchar_t> BigTmp;
+  static const int BigTmpCount = 4;
+  std::vector<wchar_t> BigTmp[BigTmpCount];
+  int BigTmpNext = 0;
   const wchar_t* AddDocument(TNode* element, const wchar_t* text);
 };
