@@ -29,3 +29,6 @@ void TGridCalc::FillOperatorPriority() {
   for (const auto& row : table)
     for (const char* c = row.tokens; *c; c++) OperatorPriority[(unsigned char)*c] = row.priority;
 }
+
+void TGridCalc::CalcChildren(TNode*) {}
+void TGridCalc::CalcPages() {}

@@ -19,6 +19,8 @@ public:
   TGridCalc();
   ~TGridCalc();
   void InitCalc() override;
+  void CalcChildren(TNode* parent);
+  void CalcPages();
 
   signed char OperatorPriority[OperatorCount];  // by token; 0: no operator
   THashtable FormulaTable;    // formula text -> compiled code

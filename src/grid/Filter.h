@@ -40,6 +40,8 @@ public:
   TGridFilter();
   ~TGridFilter();
   bool UpdateFilter() override;
+  void Filter();
+  void ClearFilters();
 
   TFilterCell FilterCells[MaxFilterCells];
   int FilterCount;

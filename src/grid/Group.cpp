@@ -4,3 +4,6 @@ TGridGroup::TGridGroup() : NextGroupId(0), MaxGroupLength(0), GroupIndex(-1), Gr
 TGridGroup::~TGridGroup() {}
 void TGridGroup::InitGroup() {}
 bool TGridGroup::UpdateGroup() { return false; }
+
+void TGridGroup::Group() {}
+void TGridGroup::ClearGroup() {}

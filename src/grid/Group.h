@@ -22,6 +22,8 @@ public:
   ~TGridGroup();
   void InitGroup() override;
   bool UpdateGroup() override;
+  void Group();
+  void ClearGroup();
 
   int NextGroupId;     // number of the next generated row
   int MaxGroupLength;  // below 1 read as no limit

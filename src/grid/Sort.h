@@ -17,8 +17,14 @@ enum {
   SortColString = 64
 };
 
+struct TSortIndexes;
+
 class TNodeSort : public TNodeXml {
 public:
+  // Sorts this row's children (and with recursive, every descendant's first);
+  // types are the per-column sort flags and are rewritten for each parent.
+  void Sort(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
+            TSortIndexes* indexes, bool recursive);
 };
 
 // Indexes of the row attributes a sort reads, looked up once per sort and
@@ -49,6 +55,14 @@ struct TSortNode {
   const unsigned long long* Locale;
 };
 
+// qsort comparison over an array of pointers to TSortNode.
+int Compare(const void* a, const void* b);
+// Locale comparison of two whole strings through a collation table.
+int CmpStr(const wchar_t* a, const wchar_t* b, const void* table);
+// Builds a sort text of at most max units into dest (max + 1 cells).
+void CopySortString(wchar_t* dest, const wchar_t* src, int max, int flags, const void* locale, const int* white,
+                    const unsigned short* codes);
+
 class TGridSort : public TGridLoad {
 public:
   static const int MaxSortCols = 3;
@@ -56,6 +70,10 @@ public:
   TGridSort();
   ~TGridSort();
   bool UpdateSort() override;
+  void Sort();
+  void ClearSort();
+  int* GetWhiteChars(const wchar_t* chars);
+  unsigned short* GetCharCodes(const wchar_t* codes);
 
   THashtable WhiteCharsCache;
   THashtable CharCodesCache;
