@@ -5,53 +5,17 @@
 // bench/data/<rows>/ (or $SARVENDO_BENCH_DATA/<rows>/).
 #include <benchmark/benchmark.h>
 #include <malloc.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <cstdio>
-#include <cstdlib>
-#include <map>
 #include <string>
+#include "BenchData.h"
 #include "tree/Data.h"
 #include "tree/Tree.h"
 #include "tree/Xml.h"
 
-#ifndef SARVENDO_SOURCE_DIR
-#define SARVENDO_SOURCE_DIR "."
-#endif
-
 namespace {
 
-std::string DataDir(int rows) {
-  const char* base = getenv("SARVENDO_BENCH_DATA");
-  std::string dir = base ? base : SARVENDO_SOURCE_DIR "/bench/data";
-  return dir + "/" + std::to_string(rows);
-}
-
-std::string ReadFile(const std::string& path) {
-  std::string text;
-  FILE* f = fopen(path.c_str(), "rb");
-  if (!f) return text;
-  char buffer[1 << 16];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, f)) > 0) text.append(buffer, n);
-  fclose(f);
-  return text;
-}
-
-// The data document of a given size, generated once and kept in memory.
-const std::string& Document(int rows) {
-  static std::map<int, std::string> cache;
-  auto found = cache.find(rows);
-  if (found != cache.end()) return found->second;
-  std::string dir = DataDir(rows);
-  struct stat st;
-  if (stat((dir + "/data.xml").c_str(), &st) != 0) {
-    std::string command = "python3 " SARVENDO_SOURCE_DIR "/../shared/bench/gen_grid.py " + std::to_string(rows) +
-                          " '" + dir + "'";
-    if (system(command.c_str()) != 0) fprintf(stderr, "cannot generate %s\n", dir.c_str());
-  }
-  return cache[rows] = ReadFile(dir + "/data.xml");
-}
+const std::string& Document(int rows) { return BenchDocument(rows, "data.xml"); }
 
 size_t HeapInUse() {
   struct mallinfo2 info = mallinfo2();

@@ -1,4 +1,6 @@
-/* A minimal host: loads a grid from files and prints the saved document.
+/* A minimal host: loads a grid from files and prints the saved document,
+ * then the answers to a body request (sorted by Name, ten root rows a page)
+ * and to a request for the second page.
  *
  *   sarvendo_example                 the sample grid of examples/data
  *   sarvendo_example doc1 [doc2...]  up to six documents, loaded in this order
@@ -21,6 +23,12 @@ static int Beside(char* path, size_t room, const char* file, const char* name) {
   memcpy(path, file, folder);
   strcpy(path + folder, name);
   return 1;
+}
+
+/* Prints a heading and a response of the grid, which is then given back. */
+static void PrintResponse(const char* heading, char* text) {
+  printf("\n-- %s --\n%s\n", heading, text ? text : "(no response)");
+  FreeStringA(text);
 }
 
 /* The sample's folder: next to this source, or next to the executable. */
@@ -74,6 +82,8 @@ int main(int argc, char** argv) {
   }
   puts(text);
   FreeStringA(text);
+  PrintResponse("body sorted by Name", GetBodyA(index, "<Grid><Cfg Sort=\"Name\" Sorting=\"1\" PageLength=\"10\"/></Grid>"));
+  PrintResponse("page 1", GetPageA(index, "<Grid><Body><B Pos=\"1\"/></Body></Grid>"));
   DeleteGrid(index);
   return 0;
 }

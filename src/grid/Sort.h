@@ -80,4 +80,10 @@ public:
   int SortCount;
   int SortCols[MaxSortCols];   // name index of each sort column
   int SortTypes[MaxSortCols];  // 1 where that column is descending
+
+private:
+  // Sort flags of sort column i from its column row, with its white set and
+  // char-code table (null where it has none).
+  int ColumnFlags(int i, int*& white, unsigned short*& codes);
+  void FillIndexes(TSortIndexes& indexes);
 };
