@@ -122,3 +122,20 @@ TEST_F(ApiTest, WideAndUtf8FormsReachTheSameGrid) {
 }
 
 }  // namespace
+
+namespace {
+
+// The cell query's two middle arguments stand in another order in the A form.
+TEST(ApiCells, WideAndUtf8FormsTakeTheirOwnArgumentOrder) {
+  Clear();
+  int grid = Create("<Grid><Cols><C Name='A' Type='Int'/></Cols><Body><B><I id='r1' A='5'/><I id='r2' A='7'/>"
+                    "</B></Body></Grid>");
+  ASSERT_EQ(grid, 0);
+  EXPECT_EQ(Take(GetCells(grid, L"r1", L"A", 1, nullptr)).value_or(L"<null>"), L"|5|7");
+  EXPECT_EQ(TakeA(GetCellsA(grid, "r1", 1, "A", nullptr)).value_or("<null>"), "|5|7");
+  EXPECT_EQ(TakeA(GetCellsA(grid, "r2", 0, "A", ",")).value_or("<null>"), "7");
+  EXPECT_EQ(GetCellsA(grid + 1, "r1", 0, "A", nullptr), nullptr);
+  Clear();
+}
+
+}  // namespace
