@@ -1,62 +1,204 @@
-// The exported functions beyond the registry's own results: the inert ones,
-// the library lock, the locale table, and the documents a host gets back.
-#include <gtest/gtest.h>
-
+// The C surface: the registry's indices, sessions and search, what a host
+// gets for indices that hold no grid, the two forms of text arguments, the
+// library lock and the locale table.
+#include <climits>
 #include <clocale>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "ApiHelpers.h"
 #include "api/Grids.h"
 
 namespace {
 
-class ApiTest : public ::testing::Test {
-protected:
-  void SetUp() override { Clear(); }
-  void TearDown() override { Clear(); }
+using ApiTest = EmptyRegistry;
 
-  static const unsigned long long* TableOf(int index) {
-    TGrid* grid = Grids.Get(index);
-    if (!grid) return nullptr;
-    const unsigned long long* table = grid->LocaleTable;
-    Grids.Back(grid);
-    return table;
-  }
-};
-
-TEST_F(ApiTest, InertFunctionsSayNothing) {
-  EXPECT_EQ(LastError(), nullptr);
-  EXPECT_EQ(LastErrorA(), nullptr);
-  EXPECT_EQ(SetDebug(1, L"x"), -1);
-  EXPECT_EQ(SetDebugA(0, nullptr), -1);
-  FreeString(nullptr);
-  FreeStringA(nullptr);
-  // The host's lock is a plain reader-writer lock, not taken by the engine.
-  EnterRead();
-  EnterRead();
-  EXPECT_EQ(Create(GridDoc()), 0);
-  LeaveRead();
-  LeaveRead();
-  EnterWrite();
-  EXPECT_EQ(SessionOf(0).empty(), false);
-  LeaveWrite();
+// Clear is covered by every test starting again at index 0.
+TEST_F(ApiTest, IndicesFillTheLowestFreeSlotAndTheTableGrows) {
+  for (int i = 0; i < 33; i++) ASSERT_EQ(Create(GridDoc()), i);
+  // Grown slots start empty, not as garbage.
+  for (int i = 33; i < 64; i++) EXPECT_EQ(SessionOf(i), "<null>") << i;
+  EXPECT_EQ(DeleteGrid(3), 0);
+  EXPECT_EQ(DeleteGrid(3), -1);
+  // The count is of all live grids; a positive max caps what is written.
+  int out[5] = {-9, -9, -9, -9, -9};
+  EXPECT_EQ(GetIndexes(out, 4), 32);
+  EXPECT_EQ(std::vector<int>(out, out + 5), (std::vector<int>{0, 1, 2, 4, -9}));
+  EXPECT_EQ(Create(GridDoc()), 3);
 }
 
-// One story, since the library handle lives as long as the process.
-TEST_F(ApiTest, LockLibraryCodesAndTheKeptHandle) {
+// One call of each path that looks a grid up: the forwarded calls, the ones
+// that find the slot themselves, and the one that doesn't stamp the grid.
+TEST_F(ApiTest, IndicesWithoutAGridGiveTheNoGridResults) {
+  ASSERT_EQ(Create(GridDoc()), 0);
+  ASSERT_EQ(DeleteGrid(0), 0);
+  for (int index : {-1, 0, 5, 1000, INT_MIN, INT_MAX}) {
+    SCOPED_TRACE(index);
+    EXPECT_EQ((std::vector<int>{SaveEx(index, L"<Grid/>", 1), UpdateGridA(index, "<Grid/>"), DeleteGrid(index),
+                                SetGridLocaleA(index, "")}),
+              std::vector<int>(4, -1));
+    EXPECT_EQ((std::vector<std::optional<std::string>>{TakeA(GetCellsA(index, "r1", 0, "A", "")),
+                                                       TakeA(GetLastIdA(index)), TakeA(GetGridSessionA(index))}),
+              std::vector<std::optional<std::string>>(3));
+    EXPECT_FALSE(Take(GetBody(index, L"<Grid/>")));
+  }
+}
+
+TEST_F(ApiTest, FailedCreationLeavesTheRegistryUntouched) {
+  const std::string empty = testing::TempDir() + "sarvendo-empty.xml", good = GridDoc();
+  fclose(fopen(empty.c_str(), "wb"));
+  // The last: a failure in any one document fails the grid.
+  const std::tuple<const char*, const char*, int> cases[] = {
+      {"", " \n\t", -1}, {"<Grid><Cfg</Grid>", nullptr, -3}, {"/nonexistent/dir/layout.xml", nullptr, -1},
+      {empty.c_str(), nullptr, -2}, {good.c_str(), "<Grid", -3}};
+  for (const auto& [first, second, code] : cases)
+    EXPECT_EQ(CreateGridA(first, second, nullptr, nullptr, nullptr, nullptr), code) << first;
+  remove(empty.c_str());
+  EXPECT_EQ(CreateGrid(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+  EXPECT_EQ(GetIndexes(nullptr, 0), 0);
+}
+
+TEST_F(ApiTest, GeneratedSessionsAreIndexStampAndTwoRandomNumbers) {
+  Create(GridDoc());
+  const std::string session = SessionOf(Create(GridDoc()));
+  int number = -1, stamp, first, second, end = 0;
+  ASSERT_EQ(sscanf(session.c_str(), "%d_%d_%d_%d%n", &number, &stamp, &first, &second, &end), 4) << session;
+  EXPECT_EQ(end, (int)session.size()) << session;
+  EXPECT_EQ(number, 1);
+  // The session is written into the grid's IO as well.
+  EXPECT_NE(TakeA(GetDataA(1)).value_or("").find("Session=\"" + session + "\""), std::string::npos);
+  EXPECT_EQ(FindGridA(SessionDoc(session).c_str()), 1);
+}
+
+TEST_F(ApiTest, ExplicitSessionsAreKeptAndSharedOnesFindTheLowestIndex) {
+  ASSERT_EQ(Create(GridDoc()), 0);
+  ASSERT_EQ(Create(GridDoc("abc")), 1);
+  ASSERT_EQ(Create(GridDoc("abc")), 2);
+  EXPECT_EQ(Take(GetGridSession(2)).value_or(L""), L"abc");
+  EXPECT_EQ(FindGrid(L"<Grid><IO Session='abc'/></Grid>"), 1);
+  ASSERT_EQ(UpdateGridA(1, SessionDoc("new").c_str()), 0);
+  EXPECT_EQ(FindGridA(SessionDoc("abc").c_str()), 2);
+  EXPECT_EQ(FindGridA(SessionDoc("new").c_str()), 1);
+  // An update that empties the session names the grid by its index.
+  ASSERT_EQ(UpdateGrid(2, L"<Grid><IO Session=''/></Grid>"), 0);
+  EXPECT_EQ(UpdateGridA(2, "<Grid><IO"), -3);
+  EXPECT_EQ(UpdateGridA(2, nullptr), 0);
+  EXPECT_EQ(SessionOf(2), "2");
+}
+
+// Later documents of the load order overwrite earlier ones; from the strongest
+// down: doc1, doc6, doc5, doc2, doc3, doc4.
+TEST_F(ApiTest, TheLoadOrderOfCreateGridDecidesWhichSessionWins) {
+  std::wstring docs[6];
+  const wchar_t* args[6];
+  for (int i = 0; i < 6; i++)
+    args[i] = (docs[i] = L"<Grid><IO Session='" + std::to_wstring(i + 1) + L"'/></Grid>").c_str();
+  for (int winner : {1, 6, 5, 2, 3, 4}) {
+    EXPECT_EQ(SessionOf(CreateGrid(args[0], args[1], args[2], args[3], args[4], args[5])), std::to_string(winner));
+    args[winner - 1] = nullptr;
+  }
+}
+
+TEST_F(ApiTest, FindGridTellsBadDocumentsFromMissingSessions) {
+  Create(GridDoc("s1"));
+  EXPECT_EQ(FindGrid(nullptr), -3);
+  const std::pair<const char*, int> cases[] = {
+      {"", -3}, {"<Grid><IO", -3}, {"<Grid/>", -2}, {"<Grid><IO/></Grid>", -2}, {"<Grid><IO Session=''/></Grid>", -2},
+      {"<Grid><IO Session='s2'/></Grid>", -2}, {"<Grid><Cfg/><IO Session='s1'/></Grid>", 0}};
+  for (const auto& [doc, code] : cases) EXPECT_EQ(FindGridA(doc), code) << doc;
+}
+
+TEST_F(ApiTest, FindGridsComparesCfgAttributesByTypeAndValue) {
+  for (const char* kind : {"a", "b", "a"}) Create(GridDoc("", kind));
+  ASSERT_EQ(Create("<Grid><Cfg Kind='a' Paging='3'/></Grid>"), 3);
+  int out[4] = {-9, -9, -9, -9};
+  EXPECT_EQ(FindGridsA(out, 0, "<Grid><Cfg Kind='a'/></Grid>", 0, 0), 3);
+  EXPECT_EQ(std::vector<int>(out, out + 4), (std::vector<int>{0, 2, 3, -9}));
+  EXPECT_EQ(FindGrids(out, 0, L"<Grid><Cfg Kind='a' Paging='3'/></Grid>", 0, 0), 1);
+  EXPECT_EQ(out[0], 3);
+  // A number is no text; a leading id names the filter; no attributes match all, no Cfg none.
+  const std::pair<const char*, int> counts[] = {
+      {"<Grid><Cfg Paging='x3'/></Grid>", 0}, {"<Grid><Cfg id='filter' Kind='b'/></Grid>", 1},
+      {"<Grid><Cfg/></Grid>", 4}, {"<Grid><IO/></Grid>", 0}, {"<Grid><Cfg", -3}};
+  for (const auto& [filter, count] : counts) EXPECT_EQ(FindGridsA(nullptr, 0, filter, 0, 0), count) << filter;
+  // A positive max stops the walk.
+  out[1] = -9;
+  EXPECT_EQ(FindGridsA(out, 1, "<Grid><Cfg/></Grid>", 0, 0), 1);
+  EXPECT_EQ(std::vector<int>(out, out + 2), (std::vector<int>{0, -9}));
+}
+
+TEST_F(ApiTest, FindGridsWithIdleSecondsLeavesOutRecentlyUsedGrids) {
+  ASSERT_EQ(Create(GridDoc()), 0);
+  ASSERT_EQ(Create(GridDoc()), 1);
+  TGrid* grid = Grids.Get(0);
+  ASSERT_NE(grid, nullptr);
+  grid->LastAccess -= 100;
+  Grids.Back(grid);
+  const char* all = "<Grid><Cfg/></Grid>";
+  EXPECT_EQ(TakeA(FindGridsStrA(0, all, 60, 0)).value_or("<null>"), "0");
+  // Using a grid makes it recent again; GetLastId deliberately doesn't.
+  FreeStringA(GetLastIdA(0));
+  EXPECT_EQ(TakeA(FindGridsStrA(0, all, 60, 0)).value_or("<null>"), "0");
+  FreeStringA(GetDataA(0));
+  EXPECT_EQ(FindGridsA(nullptr, 0, all, 60, 0), 0);
+}
+
+// An absent Session is null in the wide form and the empty text in the 8-bit
+// one; a document without IO is null in both.
+TEST_F(ApiTest, GetSessionDiffersForAnAbsentAttributeOnly) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"<Grid><IO Session='s\xC3\xA9'/></Grid>", "s\xC3\xA9"}, {"<Grid><IO Session=''/></Grid>", ""},
+      {"<Grid><IO/></Grid>", ""}, {"<Grid/>", "<null>"}, {"<Grid><IO", "<null>"}, {"", "<null>"}};
+  for (const auto& [doc, session] : cases) EXPECT_EQ(TakeA(GetSessionA(doc)).value_or("<null>"), session) << doc;
+  EXPECT_EQ(Take(GetSession(L"<Grid><IO Session=''/></Grid>")).value_or(L"<null>"), L"");
+  for (const wchar_t* doc : {L"<Grid><IO/></Grid>", L"<Grid/>", (const wchar_t*)nullptr})
+    EXPECT_FALSE(Take(GetSession(doc)));
+}
+
+// The cell query's two middle arguments stand in another order in the A form.
+TEST_F(ApiTest, WideAndUtf8FormsReachTheSameGridEachInItsArgumentOrder) {
+  ASSERT_EQ(CreateGrid(L"<Grid><IO Session='\u00E9t\u00E9'/><Cols><C Name='A' Type='Int'/></Cols>"
+                       L"<Body><B><I id='r1' A='5'/><I id='r2' A='7'/></B></Body></Grid>",
+                       nullptr, nullptr, nullptr, nullptr, nullptr),
+            0);
+  EXPECT_EQ(SessionOf(0), "\xC3\xA9t\xC3\xA9");
+  EXPECT_EQ(FindGridA("<Grid><IO Session='\xC3\xA9t\xC3\xA9'/></Grid>"), 0);
+  EXPECT_EQ(Take(GetCells(0, L"r1", L"A", 1, nullptr)).value_or(L"<null>"), L"|5|7");
+  EXPECT_EQ(TakeA(GetCellsA(0, "r1", 1, "A", nullptr)).value_or("<null>"), "|5|7");
+  EXPECT_EQ(TakeA(GetCellsA(0, "r2", 0, "A", ",")).value_or("<null>"), "7");
+  // CreateGrid completed the layout: the row default carries the cell type.
+  const std::string data = TakeA(GetDataA(0)).value_or("<null>");
+  EXPECT_NE(data.find("AType=\"Int\""), std::string::npos) << data;
+  EXPECT_EQ(Take(GetData(0)).value_or(L"<null>").size(), data.size() - 2);
+}
+
+// One story, since the library handle lives as long as the process. The
+// host's reader-writer lock is never taken by the engine itself.
+TEST_F(ApiTest, LockLibraryCodesTheKeptHandleAndTheHostLock) {
   EXPECT_EQ(UnlockLibrary(), -1);
   EXPECT_EQ(LockLibrary(nullptr), 0);
-  EXPECT_EQ(LockLibraryA("libsarvendo-no-such-library.so"), 0);
   EXPECT_EQ(LockLibrary(std::wstring(2000, L'x').c_str()), 0);
   EXPECT_EQ(UnlockLibrary(), -1);
   // The C library stays loaded whatever is closed, so closing twice is safe here.
   ASSERT_EQ(LockLibrary(L"libc.so.6"), 1);
   EXPECT_EQ(LockLibraryA("libc.so.6"), -1);
-  EXPECT_EQ(LockLibrary(nullptr), -1);
   EXPECT_EQ(UnlockLibrary(), 1);
   // The handle is kept: locking stays refused, and closing again fails.
   EXPECT_EQ(LockLibraryA(nullptr), -1);
   EXPECT_EQ(UnlockLibrary(), 0);
+  EnterRead();
+  EnterRead();
+  EXPECT_EQ(Create(GridDoc()), 0);
+  LeaveRead();
+  LeaveRead();
+}
+
+const unsigned long long* TableOf(int index) {
+  TGrid* grid = Grids.Get(index);
+  const unsigned long long* table = grid ? grid->LocaleTable : nullptr;
+  if (grid) Grids.Back(grid);
+  return table;
 }
 
 // One story, since the collation table is built once per process.
@@ -66,76 +208,18 @@ TEST_F(ApiTest, OneLocaleTableServesTheWholeProcess) {
   EXPECT_EQ(SetGridLocaleA(0, "xx_NO.such-locale"), -2);
   EXPECT_EQ(SetGridLocale(0, std::wstring(2000, L'q').c_str()), -2);
   EXPECT_EQ(TableOf(0), nullptr);
-
   ASSERT_EQ(SetGridLocaleA(0, "C.UTF-8"), 0);
   const unsigned long long* table = TableOf(0);
   ASSERT_NE(table, nullptr);
-  EXPECT_EQ(table[0], 0u);
   EXPECT_LT(table['a'], table['b']);
-  EXPECT_LT(table['A'], table['Z']);
-  EXPECT_NE(table[0xE9], 0u);
-
-  // Any later name, known or not, gets the first table.
-  EXPECT_EQ(SetGridLocale(1, L"xx_NO.such-locale"), 0);
-  EXPECT_EQ(TableOf(1), table);
+  // Any later name, known or not, gets the first table; an empty one detaches this grid only.
   EXPECT_EQ(SetGridLocaleA(1, std::string(2000, 'q').c_str()), 0);
-  EXPECT_EQ(TableOf(1), table);
-  // No grid: -1, the table is kept all the same.
-  EXPECT_EQ(SetGridLocaleA(7, "C"), -1);
-  // An empty name detaches this grid only.
   EXPECT_EQ(SetGridLocaleA(0, ""), 0);
   EXPECT_EQ(TableOf(0), nullptr);
   EXPECT_EQ(TableOf(1), table);
   EXPECT_EQ(SetGridLocale(1, nullptr), 0);
   EXPECT_EQ(TableOf(1), nullptr);
   setlocale(LC_ALL, "C");
-}
-
-TEST_F(ApiTest, GetDataGivesTheLoadedLayoutBackAsADocument) {
-  const int index = Create(
-      "<Grid><Cfg id='G' Paging='3'/><Cols><C Name='Price' Type='Float' Format='#.00'/></Cols>"
-      "<Body><B><I id='r1' Price='2.5' Text='caf\xC3\xA9'><I id='r2' Price='1'/></I></B></Body></Grid>");
-  ASSERT_EQ(index, 0);
-  const std::string data = TakeA(GetDataA(index)).value_or("<null>");
-  EXPECT_EQ(data.rfind("<?xml version=\"1.0\"?><Grid", 0), 0u) << data;
-  EXPECT_NE(data.find("caf\xC3\xA9"), std::string::npos) << data;
-  EXPECT_NE(data.find("id=\"r2\""), std::string::npos) << data;
-  // The load completed the layout: the row default carries the cell type.
-  EXPECT_NE(data.find("PriceType=\"Float\""), std::string::npos) << data;
-  // The wide form is the same document.
-  const std::wstring wide = Take(GetData(index)).value_or(L"<null>");
-  EXPECT_EQ(wide.size(), data.size() - 1);
-  EXPECT_NE(wide.find(L"caf\u00E9"), std::wstring::npos);
-  // A saved document loads again into the same grid.
-  const int again = Create(data);
-  ASSERT_EQ(again, 1);
-  EXPECT_EQ(TakeA(GetDataA(again)).value_or(""), data);
-}
-
-TEST_F(ApiTest, WideAndUtf8FormsReachTheSameGrid) {
-  const int index = CreateGrid(L"<Grid><IO Session='\u00E9t\u00E9'/></Grid>", nullptr, nullptr, nullptr, nullptr,
-                               nullptr);
-  ASSERT_EQ(index, 0);
-  EXPECT_EQ(SessionOf(index), "\xC3\xA9t\xC3\xA9");
-  EXPECT_EQ(FindGridA("<Grid><IO Session='\xC3\xA9t\xC3\xA9'/></Grid>"), index);
-  EXPECT_EQ(FindGrid(L"<Grid><IO Session='\u00E9t\u00E9'/></Grid>"), index);
-}
-
-}  // namespace
-
-namespace {
-
-// The cell query's two middle arguments stand in another order in the A form.
-TEST(ApiCells, WideAndUtf8FormsTakeTheirOwnArgumentOrder) {
-  Clear();
-  int grid = Create("<Grid><Cols><C Name='A' Type='Int'/></Cols><Body><B><I id='r1' A='5'/><I id='r2' A='7'/>"
-                    "</B></Body></Grid>");
-  ASSERT_EQ(grid, 0);
-  EXPECT_EQ(Take(GetCells(grid, L"r1", L"A", 1, nullptr)).value_or(L"<null>"), L"|5|7");
-  EXPECT_EQ(TakeA(GetCellsA(grid, "r1", 1, "A", nullptr)).value_or("<null>"), "|5|7");
-  EXPECT_EQ(TakeA(GetCellsA(grid, "r2", 0, "A", ",")).value_or("<null>"), "7");
-  EXPECT_EQ(GetCellsA(grid + 1, "r1", 0, "A", nullptr), nullptr);
-  Clear();
 }
 
 }  // namespace
