@@ -62,10 +62,9 @@ TEST_F(ApiTest, FailedCreationLeavesTheRegistryUntouched) {
 TEST_F(ApiTest, GeneratedSessionsAreIndexStampAndTwoRandomNumbers) {
   Create(GridDoc());
   const std::string session = SessionOf(Create(GridDoc()));
-  int number = -1, stamp, first, second, end = 0;
-  ASSERT_EQ(sscanf(session.c_str(), "%d_%d_%d_%d%n", &number, &stamp, &first, &second, &end), 4) << session;
+  int stamp, first, second, end = 0;
+  ASSERT_EQ(sscanf(session.c_str(), "1_%d_%d_%d%n", &stamp, &first, &second, &end), 3) << session;
   EXPECT_EQ(end, (int)session.size()) << session;
-  EXPECT_EQ(number, 1);
   // The session is written into the grid's IO as well.
   EXPECT_NE(TakeA(GetDataA(1)).value_or("").find("Session=\"" + session + "\""), std::string::npos);
   EXPECT_EQ(FindGridA(SessionDoc(session).c_str()), 1);
@@ -75,7 +74,6 @@ TEST_F(ApiTest, ExplicitSessionsAreKeptAndSharedOnesFindTheLowestIndex) {
   ASSERT_EQ(Create(GridDoc()), 0);
   ASSERT_EQ(Create(GridDoc("abc")), 1);
   ASSERT_EQ(Create(GridDoc("abc")), 2);
-  EXPECT_EQ(Take(GetGridSession(2)).value_or(L""), L"abc");
   EXPECT_EQ(FindGrid(L"<Grid><IO Session='abc'/></Grid>"), 1);
   ASSERT_EQ(UpdateGridA(1, SessionDoc("new").c_str()), 0);
   EXPECT_EQ(FindGridA(SessionDoc("abc").c_str()), 2);
@@ -90,10 +88,9 @@ TEST_F(ApiTest, ExplicitSessionsAreKeptAndSharedOnesFindTheLowestIndex) {
 // Later documents of the load order overwrite earlier ones; from the strongest
 // down: doc1, doc6, doc5, doc2, doc3, doc4.
 TEST_F(ApiTest, TheLoadOrderOfCreateGridDecidesWhichSessionWins) {
-  std::wstring docs[6];
-  const wchar_t* args[6];
-  for (int i = 0; i < 6; i++)
-    args[i] = (docs[i] = L"<Grid><IO Session='" + std::to_wstring(i + 1) + L"'/></Grid>").c_str();
+  const wchar_t* args[6] = {L"<Grid><IO Session='1'/></Grid>", L"<Grid><IO Session='2'/></Grid>",
+                            L"<Grid><IO Session='3'/></Grid>", L"<Grid><IO Session='4'/></Grid>",
+                            L"<Grid><IO Session='5'/></Grid>", L"<Grid><IO Session='6'/></Grid>"};
   for (int winner : {1, 6, 5, 2, 3, 4}) {
     EXPECT_EQ(SessionOf(CreateGrid(args[0], args[1], args[2], args[3], args[4], args[5])), std::to_string(winner));
     args[winner - 1] = nullptr;
@@ -129,10 +126,8 @@ TEST_F(ApiTest, FindGridsComparesCfgAttributesByTypeAndValue) {
 }
 
 TEST_F(ApiTest, FindGridsWithIdleSecondsLeavesOutRecentlyUsedGrids) {
-  ASSERT_EQ(Create(GridDoc()), 0);
-  ASSERT_EQ(Create(GridDoc()), 1);
+  for (int i = 0; i < 2; i++) ASSERT_EQ(Create(GridDoc()), i);
   TGrid* grid = Grids.Get(0);
-  ASSERT_NE(grid, nullptr);
   grid->LastAccess -= 100;
   Grids.Back(grid);
   const char* all = "<Grid><Cfg/></Grid>";
@@ -170,7 +165,6 @@ TEST_F(ApiTest, WideAndUtf8FormsReachTheSameGridEachInItsArgumentOrder) {
   // CreateGrid completed the layout: the row default carries the cell type.
   const std::string data = TakeA(GetDataA(0)).value_or("<null>");
   EXPECT_NE(data.find("AType=\"Int\""), std::string::npos) << data;
-  EXPECT_EQ(Take(GetData(0)).value_or(L"<null>").size(), data.size() - 2);
 }
 
 // One story, since the library handle lives as long as the process. The
@@ -203,8 +197,7 @@ const unsigned long long* TableOf(int index) {
 
 // One story, since the collation table is built once per process.
 TEST_F(ApiTest, OneLocaleTableServesTheWholeProcess) {
-  ASSERT_EQ(Create(GridDoc()), 0);
-  ASSERT_EQ(Create(GridDoc()), 1);
+  for (int i = 0; i < 2; i++) ASSERT_EQ(Create(GridDoc()), i);
   EXPECT_EQ(SetGridLocaleA(0, "xx_NO.such-locale"), -2);
   EXPECT_EQ(SetGridLocale(0, std::wstring(2000, L'q').c_str()), -2);
   EXPECT_EQ(TableOf(0), nullptr);
