@@ -185,12 +185,12 @@ void TGrids::Clear() {
   free(table);
 }
 
-int TGrids::GetIndexes(int* out, int max) {
+int TGrids::GetIndexes(int* out, int) {
   int count = 0;
   TableLock.EnterRead();
   for (int i = 0; i < Capacity; i++) {
     if (!Table[i]) continue;
-    if (out && (max <= 0 || count < max)) out[count] = i;
+    if (out) out[count] = i;
     count++;
   }
   TableLock.LeaveRead();

@@ -63,8 +63,8 @@ public:
   int FindGrids(int* out, int max, const char* xml, int idleSeconds);
   int DeleteGrid(int index);
   void Clear();
-  // Count of live grids; with out, their indices. A positive max caps what
-  // is written (a grid made between counting and asking would overflow out).
+  // Count of live grids; with out, their indices, all of them: max is not
+  // looked at, hosts ask for the count first and give room for every grid.
   int GetIndexes(int* out, int max);
   wchar_t* GetSession(const wchar_t* xml);
   char* GetSession(const char* xml);

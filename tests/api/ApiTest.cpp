@@ -4,6 +4,7 @@
 #include <climits>
 #include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,13 @@ TEST_F(ApiTest, IndicesFillTheLowestFreeSlotAndTheTableGrows) {
   for (int i = 33; i < 64; i++) EXPECT_EQ(SessionOf(i), "<null>") << i;
   EXPECT_EQ(DeleteGrid(3), 0);
   EXPECT_EQ(DeleteGrid(3), -1);
-  // The count is of all live grids; a positive max caps what is written.
-  int out[5] = {-9, -9, -9, -9, -9};
-  EXPECT_EQ(GetIndexes(out, 4), 32);
-  EXPECT_EQ(std::vector<int>(out, out + 5), (std::vector<int>{0, 1, 2, 4, -9}));
+  // The count and the list cover all live grids; max is not looked at.
+  std::vector<int> out(33, -9);
+  EXPECT_EQ(GetIndexes(out.data(), 4), 32);
+  EXPECT_EQ(out[2], 2);
+  EXPECT_EQ(out[3], 4);
+  EXPECT_EQ(out[31], 32);
+  EXPECT_EQ(out[32], -9);
   EXPECT_EQ(Create(GridDoc()), 3);
 }
 
@@ -149,6 +153,12 @@ TEST_F(ApiTest, GetSessionDiffersForAnAbsentAttributeOnly) {
   EXPECT_EQ(Take(GetSession(L"<Grid><IO Session=''/></Grid>")).value_or(L"<null>"), L"");
   for (const wchar_t* doc : {L"<Grid><IO/></Grid>", L"<Grid/>", (const wchar_t*)nullptr})
     EXPECT_FALSE(Take(GetSession(doc)));
+  // The 8-bit form also reads wide text behind a 4-byte FF FE mark.
+  const std::wstring wide = L"<Grid><IO Session='w\u00E9'/></Grid>";
+  std::vector<char> marked(4 + (wide.size() + 1) * sizeof(wchar_t), 0);
+  marked[0] = '\xFF', marked[1] = '\xFE';
+  memcpy(marked.data() + 4, wide.c_str(), (wide.size() + 1) * sizeof(wchar_t));
+  EXPECT_EQ(TakeA(GetSessionA(marked.data())).value_or("<null>"), "w\xC3\xA9");
 }
 
 // The cell query's two middle arguments stand in another order in the A form.
