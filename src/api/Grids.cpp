@@ -294,12 +294,10 @@ wchar_t* TGrids::GetSession(const wchar_t* xml) {
   return CopyText(io->GetString(L"Session"));
 }
 
-// Reads the 8-bit text itself and, unlike the wide form, gives an empty text
-// for an absent Session; hosts rely on both.
+// Reads the 8-bit text itself (UTF-8, or wide text behind an FF FE mark, as
+// the tree reads it) and, unlike the wide form, gives an empty text for an
+// absent Session; hosts rely on both.
 char* TGrids::GetSession(const char* xml) {
-  // A text marked FF FE would be read on as wide text up to a wide NUL, past
-  // the end of an 8-bit request: such a request does not parse here.
-  if (xml && (unsigned char)xml[0] == 0xFF && (unsigned char)xml[1] == 0xFE) return nullptr;
   std::unique_ptr<TTree> tree(new TTree());
   if (!tree->SetXml(xml) || !tree->Root) return nullptr;
   TNode* io = tree->Root->GetChildByName(L"IO", false);
