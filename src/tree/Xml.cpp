@@ -418,6 +418,9 @@ const char* TTree::SetXml(const char* text) {
   if (!text) return nullptr;
   const unsigned char* bytes = (const unsigned char*)text;
   if (bytes[0] == 0xFF && bytes[1] == 0xFE) {
+    // The mark is FF FE 00 00. Any other third byte means an 8-bit text that
+    // merely starts with FF FE: reading it as wide text would run past its end.
+    if (bytes[2] != 0) return nullptr;
     // Wide text behind a 4-byte mark; copied when it is not aligned for wchar_t.
     const char* wide = text + 4;
     if ((uintptr_t)wide % sizeof(wchar_t) == 0) return SetXml((const wchar_t*)wide) ? wide : nullptr;

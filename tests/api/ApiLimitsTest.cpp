@@ -29,6 +29,16 @@ TEST_F(ApiLimitsTest, ALongSessionIsCutAndStillFound) {
   EXPECT_EQ(SessionOf(0), Utf8Text(1025));
 }
 
+// Only FF FE 00 00 marks wide text; an 8-bit request that merely starts
+// with FF FE must not be read on as wide text past its end.
+TEST_F(ApiLimitsTest, AnFFFEPrefixWithoutTheWideMarkIsRefused) {
+  // Exact size on the heap and one byte in, so the text is not aligned for
+  // wide characters and ASan sees any read past its end.
+  const std::string heap = std::string("?\xFF\xFE") + std::string(40, 'x');
+  EXPECT_FALSE(TakeA(GetSessionA(heap.c_str() + 1)));
+  EXPECT_LT(CreateGridA(heap.c_str() + 1, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+}
+
 TEST_F(ApiLimitsTest, Utf8ArgumentsAroundTheStackBufferSize) {
   const size_t frame = SessionDoc("").size();
   for (size_t bytes : {1022u, 1023u, 1024u, 1025u, 2000u, 70000u}) {
