@@ -62,21 +62,20 @@ TEST_F(UTFTest, DecodesBothOrdersAndStopsAtTheTerminator) {
   std::wstring text = L"a\u00E9\u20AC\u07FF\u0800\uFFFF z";
   EXPECT_EQ(Decode(Encode(text, false)), text);
   EXPECT_EQ(Decode(Encode(text, true)), text);
-  EXPECT_EQ(Decode("\xC3\xA9\xAC\x82\xE2x"), L"\u00E9\u20ACx");  // mixed orders
-  EXPECT_EQ(Decode("\xFF\x98\x80"), L"\uF600");  // what survives of U+1F600
-  // A four-byte lead is read as three bytes; the fourth opens a reversed
-  // sequence that the next byte (bit 0x40 set) closes.
-  EXPECT_EQ(Decode("\xF0\x9F\x98\x80" "A"), L"\u07D8\u0040");
+  const struct { const char* bytes; const wchar_t* text; } cases[] = {
+      {"\xC3\xA9\xAC\x82\xE2x", L"\u00E9\u20ACx"},  // mixed orders
+      {"\xFF\x98\x80", L"\uF600"},                 // what survives of U+1F600
+      // A four-byte lead is read as three bytes; the fourth opens a reversed
+      // sequence that the next byte (bit 0x40 set) closes.
+      {"\xF0\x9F\x98\x80" "A", L"\u07D8\u0040"},
+      // Cut short: the partial sequence is dropped, nothing is read past the NUL.
+      {"ab\xC3", L"ab"}, {"ab\xE2\x82", L"ab"}, {"\xA9", L""}, {"x\xAC\x82", L"x"},
+      {"\xF0\x9F\x98\x80", L"\u07D8"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Decode(c.bytes), c.text) << c.bytes;
   wchar_t target[2] = {L'#', L'#'};
   EXPECT_EQ(ToUnicode(nullptr, target), target);
   EXPECT_EQ(target[0], 0);
-
-  // Cut short: the partial sequence is dropped, nothing is read past the NUL.
-  EXPECT_EQ(Decode("ab\xC3"), L"ab");
-  EXPECT_EQ(Decode("ab\xE2\x82"), L"ab");
-  EXPECT_EQ(Decode("\xA9"), L"");
-  EXPECT_EQ(Decode("x\xAC\x82"), L"x");
-  EXPECT_EQ(Decode("\xF0\x9F\x98\x80"), L"\u07D8");
   std::string noise;
   for (int i = 1; i < 256; i++) noise += (char)i;
   for (size_t cut = 0; cut <= noise.size(); cut++) Decode(noise.substr(cut));
