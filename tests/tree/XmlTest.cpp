@@ -19,12 +19,6 @@
 
 namespace {
 
-std::wstring Repeat(const std::wstring& s, int n) {
-  std::wstring r;
-  for (int i = 0; i < n; i++) r += s;
-  return r;
-}
-
 class XmlTest : public ::testing::Test {
 protected:
   void SetUp() override { TData::Initialize(); }
@@ -47,10 +41,6 @@ protected:
     std::string p = ::testing::TempDir() + "sv" + std::to_string(getpid()) + "_" + name;
     files.push_back(p);
     return std::wstring(p.begin(), p.end());
-  }
-  static std::string Read(const std::wstring& path) {
-    std::ifstream f(std::string(path.begin(), path.end()), std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(f), {});
   }
   // The record's room as "Used/Capacity/SlotCount/SlotWidth".
   static std::string Room(TNode* n) {
@@ -89,32 +79,23 @@ TEST_F(XmlTest, DocumentShapes) {
   };
   for (const auto& c : cases) {
     TTree t;
-    const bool ok = t.SetXml(c.text) != nullptr;
-    ASSERT_EQ(ok, c.root != nullptr) << c.text;
-    if (!ok) {
-      EXPECT_EQ(t.Root, nullptr) << c.text;
-      continue;
-    }
-    EXPECT_STREQ(t.Root->GetName(), c.root) << c.text;
-    EXPECT_EQ(t.Root->FirstChild, nullptr) << c.text;
-    if (*c.root) {
-      EXPECT_FALSE(t.Root->Has(ITextIndex)) << c.text;
-      EXPECT_EQ(t.Root->SlotCount, 3) << c.text;
+    EXPECT_EQ(t.SetXml(c.text) != nullptr, c.root != nullptr) << c.text;
+    ASSERT_EQ(t.Root != nullptr, c.root != nullptr) << c.text;
+    if (c.root) {
+      EXPECT_STREQ(t.Root->GetName(), c.root) << c.text;
+      EXPECT_EQ(t.Root->FirstChild, nullptr) << c.text;
+      EXPECT_TRUE(!*c.root || (t.Root->SlotCount == 3 && !t.Root->Has(ITextIndex))) << c.text;
     }
   }
 }
 
 TEST_F(XmlTest, AttributeValuesAndQuotes) {
   ASSERT_TRUE(Load(L"<a b = 'x\"y' c=\"<'>\" d=''\n e=\"two words\"/>"));
-  EXPECT_STREQ(Root()->GetString(L"b"), L"x\"y");
-  EXPECT_STREQ(Root()->GetString(L"c"), L"<'>");
-  EXPECT_TRUE(Root()->Has(L"d"));
-  EXPECT_STREQ(Root()->GetString(L"e"), L"two words");
-  TTree t;
-  ASSERT_NE(t.SetXml(L"<a x=\"first\" x=\"2\"/>"), nullptr);  // both take room, the later wins
-  EXPECT_EQ(t.Root->GetTypeBase(t.GetIndex(L"x", 0)), TByte);
-  EXPECT_EQ(t.Root->GetInt(L"x"), 2);
-  EXPECT_EQ(t.Root->Used, 8 + 32 + 1);
+  EXPECT_EQ(Xml(Root()), L"<a b=\"x&quot;y\" c=\"&lt;'&gt;\" d=\"\" e=\"two words\"/>");
+  ASSERT_TRUE(Load(L"<b x=\"first\" x=\"2\"/>"));  // both take room, the later wins
+  EXPECT_EQ(Root()->GetTypeBase(tree.GetIndex(L"x", 0)), TByte);
+  EXPECT_EQ(Root()->GetInt(L"x"), 2);
+  EXPECT_EQ(Root()->Used, 8 + 32 + 1);
 }
 
 TEST_F(XmlTest, TextRunsKeepTrailingBlanksAndTheLastWins) {
@@ -184,11 +165,9 @@ TEST_F(XmlTest, RecordIsBuiltAtItsExactSize) {
 TEST_F(XmlTest, DeclarationsCommentsAndCdataAreSkipped) {
   ASSERT_TRUE(Load(L"<?xml version=\"1.0\"?>\n<!-- a -> b > c -->\n<!DOCTYPE g [<!ENTITY e \"v\">]>\n"
                    L"<g><!-- c --><?pi x?>t<![CDATA[zz]]><!-x y --><h/></g>"));
-  EXPECT_STREQ(Root()->GetString(ITextIndex), L"t");
-  EXPECT_EQ(Root()->GetChildCount(), 1);
+  EXPECT_EQ(Xml(Root()), L"<g><h/>t</g>");
   ASSERT_TRUE(Load(L"<a><![CDATA[x]]></a>"));
-  EXPECT_FALSE(Root()->Has(ITextIndex));
-  EXPECT_EQ(Root()->FirstChild, nullptr);
+  EXPECT_EQ(Xml(Root()), L"<a/>");
 }
 
 TEST_F(XmlTest, EscapedDocumentIsDecodedFirst) {
@@ -229,16 +208,6 @@ TEST_F(XmlTest, DocumentsOfTheRootsNameMergeIntoOneTree) {
   EXPECT_EQ(tree.GetElem(L"1"), nullptr);
 }
 
-TEST_F(XmlTest, FilterMarkerSetsTheFlagWithoutAnAttribute) {
-  ASSERT_TRUE(Load(L"<G><a _0F=\"8\"/><b _0F=\"16\"/><c _0F=\"25\"/></G>"));
-  TNode* a = Root()->GetChild(0);
-  EXPECT_TRUE(a->Flags & FFiltered);
-  EXPECT_FALSE(Root()->GetChild(1)->Flags & FFiltered);
-  EXPECT_TRUE(Root()->GetChild(2)->Flags & FFiltered);
-  EXPECT_EQ(tree.GetIndex(L"_0F", 0), -1);
-  EXPECT_EQ(a->SlotCount, 3);
-}
-
 TEST_F(XmlTest, RowsBelowTheLayoutUseTheHighSpace) {
   const wchar_t* doc = L"<G><B><I><R A=\"1\"><S A=\"2\"/></R></I></B></G>";
   ASSERT_TRUE(Load(doc));
@@ -253,27 +222,24 @@ TEST_F(XmlTest, RowsBelowTheLayoutUseTheHighSpace) {
   const int a2 = tree.GetIndex(L"A", 0);
   EXPECT_NE(a2 & 0xFFFF, 0xFFFF);
   EXPECT_EQ(a2 >> 16, a >> 16);
-  EXPECT_EQ(r->GetInt(L"A"), 1);
-  EXPECT_EQ(Root()->LastChild->GetInt(L"A"), 7);
+  EXPECT_EQ(Xml(Root()), L"<G><B><I><R A=\"1\"><S A=\"2\"/></R></I></B><C A=\"7\"/></G>");
 }
 
 TEST_F(XmlTest, EightBitDocumentsAreUtf8OrMarkedWideText) {
   const char* doc = "<a x=\"\xC3\xA9\xE2\x82\xAC\" y=\"\xA9\xC3\"/>";
   EXPECT_EQ(tree.SetXml(doc), doc);
-  EXPECT_STREQ(Root()->GetString(L"x"), L"\u00E9\u20AC");
-  EXPECT_STREQ(Root()->GetString(L"y"), L"\u00E9");  // reversed order reads too
+  EXPECT_EQ(Xml(Root()), L"<a x=\"\u00E9\u20AC\" y=\"\u00E9\"/>");  // reversed order reads too
   const char* marked = "\xEF\xBB\xBF<b/>";
   EXPECT_EQ(tree.SetXml(marked), marked + 3);
-  EXPECT_STREQ(Root()->GetName(), L"b");
   // A wide text behind the FF FE mark (padded to a whole character).
   const wchar_t wide[] = L"<c z=\"1\"/>";
   std::vector<char> buffer(4 + sizeof wide);
   memcpy(buffer.data(), "\xFF\xFE", 2);
   memcpy(buffer.data() + 4, wide, sizeof wide);
   EXPECT_NE(tree.SetXml(buffer.data()), nullptr);
-  EXPECT_EQ(Root()->GetInt(L"z"), 1);
+  EXPECT_EQ(Xml(Root()), wide);
   ASSERT_TRUE(Load(L"\uFEFF<d/>"));
-  EXPECT_STREQ(Root()->GetName(), L"d");
+  EXPECT_EQ(Xml(Root()), L"<d/>");
   // UTF-8 handed to the wide form loads, then the wide reading replaces it
   // with a nameless root.
   wchar_t marked8[4] = {};
@@ -284,21 +250,15 @@ TEST_F(XmlTest, EightBitDocumentsAreUtf8OrMarkedWideText) {
 
 TEST_F(XmlTest, LoadXmlResultCodes) {
   const struct { const char* bytes; int result; const wchar_t* root; } cases[] = {
-      {"<a x=\"1\"/>\n", 0, L"a"},
-      {"\xEF\xBB\xBF<b/>", 1, L"b"},  // text behind the mark
-      {"\xEF\xBB\xBF\xC3\xA9", 0, L""},
-      {"", -2, nullptr},
-      {"<a>", -3, nullptr},
+      {"<a x=\"1\"/>\n", 0, L"a"}, {"\xEF\xBB\xBF<b/>", 1, L"b"},  // 1: text behind the mark
+      {"\xEF\xBB\xBF\xC3\xA9", 0, L""}, {"", -2, L"-"}, {"<a>", -3, L"-"},
   };
+  const std::wstring path = Path("load.xml");
   for (const auto& c : cases) {
-    const std::wstring path = Path("load.xml");
     std::ofstream(std::string(path.begin(), path.end()), std::ios::binary) << c.bytes;
     TTree t;
     EXPECT_EQ(t.LoadXml(path.c_str()), c.result) << c.bytes;
-    if (c.root) {
-      ASSERT_NE(t.Root, nullptr);
-      EXPECT_STREQ(t.Root->GetName(), c.root);
-    }
+    EXPECT_STREQ(t.Root ? t.Root->GetName() : L"-", c.root) << c.bytes;
   }
   EXPECT_EQ(tree.LoadXml(L"/nonexistent-folder/missing.xml"), -1);
 }
@@ -353,13 +313,20 @@ TEST_F(XmlTest, CollapsedRowsAnnounceTheirChildren) {
   EXPECT_EQ(Xml(g.Root, 2), L"<G>" + all + L"</G>");
 }
 
-TEST_F(XmlTest, FilteredChildrenAndTheFlagsAttribute) {
+TEST_F(XmlTest, FilteredChildrenAndTheFlagsMarker) {
   TTree t(L"a");
   t.Root->AppendChild(t.CreateElement(L"b"))->Flags |= FFiltered;
   EXPECT_EQ(Xml(t.Root), L"<a></a>");  // has children, none visible
   EXPECT_EQ(Xml(t.Root, 1), L"<a><b/></a>");
   t.Root->SetInt(L"x", 1);
   EXPECT_EQ(Xml(t.Root, 5), L"<a x=\"1\" _0F=\"16\"><b _0F=\"24\"/></a>");
+  // Read back, the marker sets the flag and takes no slot.
+  ASSERT_TRUE(Load(L"<G><a _0F=\"8\"/><b _0F=\"16\"/><c _0F=\"25\"/></G>"));
+  std::wstring filtered;
+  for (TNode* c = Root()->FirstChild; c; c = c->Next) filtered += c->Flags & FFiltered ? L'+' : L'-';
+  EXPECT_EQ(filtered, L"+-+");
+  EXPECT_EQ(tree.GetIndex(L"_0F", 0), -1);
+  EXPECT_EQ(Root()->FirstChild->SlotCount, 3);
 }
 
 TEST_F(XmlTest, AttributesGoOutInSlotOrderAsTheyAreStored) {
@@ -399,22 +366,11 @@ TEST_F(XmlTest, EscapingAndTheLineFeedRule) {
   EXPECT_EQ(Xml(a), L"<a p=\"a&quot;b\" q=\"a'b\" r=\"a\nb\" s=\"a&amp;&#x0A;\">x&lt;y&#x0A;z</a>");
 }
 
-TEST_F(XmlTest, LongEscapedValuesGrowTheBuffer) {
-  TTree t(L"a");
-  const std::wstring quotes(5000, L'"'), amps(3000, L'&');
-  t.Root->SetString(L"v", quotes.c_str());
-  t.Root->SetString(ITextIndex, amps.c_str());
-  for (int i = 0; i < 100; i++) t.Root->AppendChild(t.CreateElement(L"c"))->SetString(L"w", L"<>");
-  const std::wstring want = L"<a v=\"" + Repeat(L"&quot;", 5000) + L"\">" +
-                            Repeat(L"<c w=\"&lt;&gt;\"/>", 100) + Repeat(L"&amp;", 3000) + L"</a>";
-  EXPECT_EQ(Xml(t.Root), want);
-  TTree back;
-  ASSERT_NE(back.SetXml(want.c_str()), nullptr);
-  EXPECT_EQ(back.Root->GetString(L"v"), quotes);
-  EXPECT_EQ(back.Root->GetString(ITextIndex), amps);
-}
-
 TEST_F(XmlTest, TreeOutputAndMarkedFiles) {
+  auto read = [](const std::wstring& path) {
+    std::ifstream f(std::string(path.begin(), path.end()), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), {});
+  };
   int length = -1;
   const std::wstring p2 = Path("two.xml"), p3 = Path("three.xml");
   EXPECT_EQ(tree.GetXml(&length, 0), nullptr);
@@ -430,9 +386,9 @@ TEST_F(XmlTest, TreeOutputAndMarkedFiles) {
   EXPECT_EQ(tree.SaveXml(p2.c_str(), 2), 0);
   const std::string plain = Utf8(false, 255);
   EXPECT_NE(plain.find("_0F=\"16\""), std::string::npos);
-  EXPECT_EQ(Read(p2), "\xEF\xBB\xBF" + plain);
+  EXPECT_EQ(read(p2), "\xEF\xBB\xBF" + plain);
   EXPECT_EQ(tree.SaveXml(p3.c_str(), 3), 0);
-  EXPECT_EQ(Read(p3), "\xEF\xBB\xBF" + Utf8(true, 255));
+  EXPECT_EQ(read(p3), "\xEF\xBB\xBF" + Utf8(true, 255));
   EXPECT_EQ(tree.SaveXml(Path("nine.xml").c_str(), 9), -3);
   EXPECT_EQ(tree.SaveXml(L"/nonexistent-folder/out.xml", 2), -1);
   TTree back;  // the mark makes LoadXml report 1
