@@ -141,16 +141,6 @@ TEST_F(LimitsTest, ScratchLargerThanTheRingIsUsable) {
   TNode::Delete(n);
 }
 
-TEST_F(LimitsTest, TwoPartNamesOfLongTexts) {
-  const std::wstring a = L"x" + std::wstring(1500, L'a'), b = std::wstring(2500, L'b') + L"y";
-  const std::wstring ab = a + b;
-  TNode* n = tree.CreateElement(L"n");
-  n->SetString(a.c_str(), b.c_str(), L"v");
-  EXPECT_STREQ(n->GetString(ab.c_str()), L"v");
-  EXPECT_STREQ(n->GetString(a.c_str(), b.c_str()), L"v");
-  TNode::Delete(n);
-}
-
 TEST_F(LimitsTest, TruncatedUtf8AtTheEndStaysInsideTheBuffer) {
   // Each text is copied into a block of exactly its size, so that a read
   // behind the terminator is caught by the address checker.

@@ -13,11 +13,9 @@ protected:
 };
 
 TEST_F(SystemTest, NumbersAsText) {
-  EXPECT_EQ(_itow(INT_MIN, Buffer, 16), Buffer);
+  EXPECT_EQ(_itow(INT_MIN, Buffer, 16), Buffer);  // always decimal
   EXPECT_STREQ(Buffer, L"-2147483648");
   EXPECT_STREQ(_i64tow(LLONG_MIN, Buffer, 10), L"-9223372036854775808");
-  EXPECT_EQ(swprintf(Buffer, L"%g", 0.00001), 5);
-  EXPECT_STREQ(Buffer, L"1e-05");
   // The printed length is returned; only 256 characters are kept.
   EXPECT_EQ(swprintf(Buffer, L"%.0f", 1e300), 301);
   EXPECT_EQ(wcslen(Buffer), 256u);
@@ -33,10 +31,7 @@ TEST_F(SystemTest, OpenNarrowsThePath) {
   FILE* file = _wfopen((base + L"/\u0141").c_str(), L"wb");  // keeps the low byte: 'A'
   ASSERT_NE(file, nullptr);
   fclose(file);
-  file = fopen((std::string(dir) + "/A").c_str(), "rb");
-  EXPECT_NE(file, nullptr);
-  if (file) fclose(file);
-  file = _wfopen((base + L"/A").c_str(), (L"rb" + std::wstring(5000, L'e')).c_str());
+  file = _wfopen((base + L"/A").c_str(), (L"rb" + std::wstring(5000, L'e')).c_str());  // long mode
   EXPECT_NE(file, nullptr);
   if (file) fclose(file);
   EXPECT_EQ(_wfopen((base + L"/" + std::wstring(3000, L'y')).c_str(), L"rb"), nullptr);
@@ -45,19 +40,16 @@ TEST_F(SystemTest, OpenNarrowsThePath) {
   rmdir(dir);
 }
 
-TEST_F(SystemTest, CopyCaseAndEscape) {
-  EXPECT_EQ(_wcspcpy(Buffer, L"abc"), Buffer + 3);
-  EXPECT_EQ(_wcscpy(Buffer, L"MiXed 1"), Buffer);
+TEST_F(SystemTest, CaseAndEscape) {
+  EXPECT_EQ(_wcspcpy(Buffer, L"MiXed 1"), Buffer + 7);
   EXPECT_STREQ(_wcslwr(Buffer), L"mixed 1");
   EXPECT_STREQ(_wcsupr(Buffer), L"MIXED 1");
-
   wchar_t* end = XmlCopy(Buffer, L"a&b<c>\"d\ne");
   EXPECT_STREQ(Buffer, L"a&amp;b&lt;c>&quot;d\ne");
   EXPECT_EQ(end, Buffer + wcslen(Buffer));
   end = XmlCopyN(Buffer, L"a\r\nb<\n");
   EXPECT_STREQ(Buffer, L"a<br>b&lt;<br>");
   EXPECT_EQ(end, Buffer + wcslen(Buffer));
-  EXPECT_EQ(XmlCopy(Buffer, L""), Buffer);
   EXPECT_EQ(XmlCopyN(Buffer, L"\r"), Buffer);
   EXPECT_EQ(Buffer[0], 0);
 }
