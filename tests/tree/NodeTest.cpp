@@ -53,6 +53,8 @@ TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   r->InsertBefore(x, nullptr);  // no reference: to the end
   EXPECT_EQ(Order(r), L"cbax");
   EXPECT_EQ(x->GetParentPos(), 3);
+  EXPECT_EQ(r->GetParentPos(), -1);
+  EXPECT_EQ(r->GetChild(-1), nullptr);
   TNode* o = Add(a, L"o");
   EXPECT_EQ(r->InsertBefore(x, o), nullptr);  // not a child of r
   EXPECT_EQ(r->InsertAfter(x, o), nullptr);
@@ -131,8 +133,9 @@ TEST_F(NodeTest, CopiesKeepOrDropTheRecordsTies) {
   EXPECT_EQ(copy->FirstChild->Tree, made);
   TTree other(L"O");
   other.GetIndex(L"Z", 1);  // the numbering differs between the trees
-  TNode* got = other.Root->AppendChild(copy);
-  ASSERT_NE(got, copy);
+  TNode* got = other.Root->AppendChild(row);
+  ASSERT_NE(got, row);
+  EXPECT_EQ(row->Parent, tree.Root);  // the source stays where it was
   EXPECT_EQ(Order(other.Root), L"I");
   EXPECT_STREQ(got->GetString(L"A"), L"a");
   EXPECT_EQ(got->Flags, FState);
