@@ -1,17 +1,12 @@
 // Dates as text: masks and their tokens, the Format element's texts, the
 // solar calendar, and agreement with the C library.
-#include <gtest/gtest.h>
+#include <locale.h>
 
 #include <cmath>
 #include <cstdint>
 #include <ctime>
-#include <locale.h>
-#include <string>
-#include <vector>
 
-#include "grid/Format.h"
-#include "tree/Node.h"
-#include "tree/Tree.h"
+#include "GridTest.h"
 
 namespace {
 
@@ -33,33 +28,15 @@ struct TCase {
   const wchar_t *Mask, *Text;
 };
 
-class DateFormatTest : public ::testing::Test {
+class DateFormatTest : public CellTest {
 protected:
-  void SetUp() override {
-    TData::Initialize();
-    row = tree.CreateElement(L"I");
-  }
-  void TearDown() override {
-    tree.Format = nullptr;
-    TNode::Delete(row);
-    if (element) TNode::Delete(element);
-  }
-  TNode* Element() {  // the Format element of Lang
-    if (!element) element = tree.CreateElement(L"Format");
-    return tree.Format = element;
-  }
   // Each mask is read from a heap block of its exact size.
   void Check(const std::vector<TCase>& cases) {
     for (const TCase& c : cases) {
-      std::vector<wchar_t> mask;
-      if (c.Mask) mask.assign(c.Mask, c.Mask + wcslen(c.Mask) + 1);
+      std::vector<wchar_t> mask = Exact(c.Mask ? c.Mask : L"");
       EXPECT_STREQ(row->DateToString(c.Value, c.Mask ? mask.data() : nullptr), c.Text) << (c.Mask ? c.Mask : L"null");
     }
   }
-
-  TTree tree;
-  TNode* row = nullptr;
-  TNode* element = nullptr;
 };
 
 TEST_F(DateFormatTest, TokensWithoutAFormatElement) {
@@ -85,7 +62,7 @@ TEST_F(DateFormatTest, TokensWithoutAFormatElement) {
 
 TEST_F(DateFormatTest, TextsOfTheFormatElement) {
   const double t = Ms(2005, 3, 7, 15), am = Ms(2005, 3, 7, 9), sunday = Ms(1970, 1, 4), saturday = Ms(1970, 1, 3);
-  TNode* f = Element();
+  TNode* f = Format();
   Check({{t, L"yyyy/MM/dd HH:mm", L"20050307 1504"}, {t, L"tt", L""}});  // no separators, no designators
   f->SetString(L"DateSeparator", L"-x");
   f->SetString(L"TimeSeparator", L".");
@@ -111,7 +88,7 @@ TEST_F(DateFormatTest, LongTextsAreCutAndFarValuesGiveNone) {
   const std::wstring xs(300, L'x'), name(500, L'n'), quoted = L"'" + xs + L"'";
   const std::wstring room(TDataFormat::DateLength, L'x');
   Check({{t, xs.c_str(), room.c_str()}, {t, quoted.c_str(), room.c_str()}});
-  TNode* f = Element();
+  TNode* f = Format();
   f->SetString(L"LongMonthNames", (L"a,b," + name).c_str());
   f->SetString(L"AMDesignator", name.c_str());
   EXPECT_EQ(std::wstring(row->DateToString(t, L"yyyy MMMM")), L"2005 " + name.substr(0, TDataFormat::DateLength - 5));
@@ -131,7 +108,7 @@ TEST_F(DateFormatTest, SolarCalendarAtKnownDates) {
   TDataFormat::GregorianToHirji(INT32_MIN, INT32_MIN, INT32_MIN, y, m, d);
   tree.Hirji = true;  // weekday and time stay; names follow the converted month
   Check({{Ms(2000, 1, 1, 15), L"yyyy-MM-dd HH:mm:ss ddd yy", L"1378-10-11 15:04:05 6 78"}});
-  Element()->SetString(L"LongMonthNames", L"m1,m2,m3,m4,m5,m6,m7,m8,m9,m10,m11,m12");
+  Format()->SetString(L"LongMonthNames", L"m1,m2,m3,m4,m5,m6,m7,m8,m9,m10,m11,m12");
   Check({{Ms(2000, 1, 1, 15), L"MMMM", L"m10"}});
 }
 
@@ -163,9 +140,7 @@ TEST_F(DateFormatTest, SolarCalendarAdvancesOneDayAtATime) {
 // Unaligned texts are read through scratch copies: the mask must stay intact
 // wherever the ring comes round.
 TEST_F(DateFormatTest, MaskSurvivesTheRingComingRound) {
-  TNode* def = tree.CreateElement(L"R");
-  row->Base = def;
-  TNode* f = Element();
+  TNode* f = Format();
   for (TNode* n : {def, f, row}) n->SetByte(L"Pad", 1);
   def->SetString(L"CType", L"Date");
   def->SetString(L"CFormat", L"yyyy/MM/dd tt ddd");
@@ -178,8 +153,6 @@ TEST_F(DateFormatTest, MaskSurvivesTheRingComingRound) {
     tree.TmpPos = tree.Tmp + TTree::TmpSize - back;
     EXPECT_STREQ(row->GetStringFormat(L"C", -1), L"2005-03-07 am Mo") << "cursor " << back << " before the end";
   }
-  row->Base = nullptr;
-  TNode::Delete(def);
 }
 
 // 10,000 instants from 1970 to 2100 against strftime on gmtime_r; the names
@@ -200,7 +173,7 @@ TEST_F(DateFormatTest, AgreesWithTheCLibraryOnRandomInstants) {
     if (i < 7) names[0] += (i ? L"," : L"") + format("%a", day), names[1] += (i ? L"," : L"") + format("%A", day);
     names[2] += (i ? L"," : L"") + format("%b", month), names[3] += (i ? L"," : L"") + format("%B", month);
   }
-  TNode* f = tree.CreateElement(L"Format");
+  TNode* f = Format();
   const wchar_t* lists[] = {L"ShortDayNames", L"LongDayNames", L"ShortMonthNames", L"LongMonthNames"};
   for (int i = 0; i < 4; i++) f->SetString(lists[i], names[i].c_str());
   f->SetString(L"DateSeparator", L"/");
@@ -220,8 +193,6 @@ TEST_F(DateFormatTest, AgreesWithTheCLibraryOnRandomInstants) {
               format("%A, %a %d/%B/%b %Y %H:%M:%S %y", s))
         << s;
   }
-  tree.Format = nullptr;
-  TNode::Delete(f);
   freelocale(c);
 }
 

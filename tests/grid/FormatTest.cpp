@@ -1,36 +1,9 @@
 // Display text of cells by type, the text format, lists and wildcards.
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "grid/Format.h"
-#include "tree/Node.h"
-#include "tree/Tree.h"
+#include "GridTest.h"
 
 namespace {
 
-// A heap copy of exactly the text's size: a read past its end is caught.
-std::vector<wchar_t> Exact(const std::wstring& s) { return std::vector<wchar_t>(s.c_str(), s.c_str() + s.size() + 1); }
-
-class FormatTest : public ::testing::Test {
-protected:
-  void SetUp() override {
-    TData::Initialize();
-    def = tree.CreateElement(L"R");
-    row = tree.CreateElement(L"I");
-    row->Base = def;  // column attributes live on the default
-  }
-  void TearDown() override {
-    TNode::Delete(row);
-    TNode::Delete(def);
-  }
-  std::wstring Cell() { return row->GetStringFormat(L"C", -1); }
-
-  TTree tree;
-  TNode* def;
-  TNode* row;
-};
+using FormatTest = CellTest;
 
 TEST_F(FormatTest, CellTextByType) {
   const struct {

@@ -1,45 +1,19 @@
 // Reading documents into a grid and turning the raw tree into its working
 // form: sections, tables of columns and defaults, rows wired to defaults.
-#include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
-#include <initializer_list>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "grid/Export.h"
-#include "tree/Data.h"
+#include "GridTest.h"
 
 namespace {
 
-// A grid with the top level's one operation, recording the calls that the
-// load makes upward.
-class TRecordingGrid final : public TGridExport {
-public:
-  void CopySession() override {
-    Session = IO ? IO->GetString(L"Session") : L"";
-    Calls += L"CopySession,";
-  }
-  void RemovePages() override { Calls += L"RemovePages,"; }
-  void InitCalc() override { Calls += L"InitCalc,"; }
-  void InitGroup() override { Calls += L"InitGroup,"; }
-  bool UpdateSort() override { return Calls += L"UpdateSort,", false; }
-  bool UpdateFilter() override { return Calls += L"UpdateFilter,", false; }
-  bool UpdateGroup() override { return Calls += L"UpdateGroup,", false; }
-
-  std::wstring Session;
-  std::wstring Calls;
-};
-
-class LoadTest : public ::testing::Test {
+class LoadTest : public GridTest {
 protected:
   void SetUp() override {
-    TData::Initialize();
-    grid.reset(new TRecordingGrid());
+    GridTest::SetUp();
+    grid.reset(new TTestGrid());
   }
   void TearDown() override {
     for (const std::string& p : files) std::remove(p.c_str());
@@ -48,29 +22,12 @@ protected:
     std::vector<const wchar_t*> list(documents);
     return grid->Load(list.data(), (int)list.size());
   }
-  void Create(std::initializer_list<const wchar_t*> documents) {
-    ASSERT_EQ(Load(documents), 0);
-    grid->Update();
-  }
   TNode* Section(const wchar_t* name) { return grid->Tree->Root->GetChildByName(name, false); }
-  TNode* Row(const wchar_t* id) { return grid->Tree->GetElem(id); }
   TNode* Def(const wchar_t* name) { return grid->Defs.GetNode(name, 0); }
-  // Names of a node's children, comma-joined.
-  static std::wstring Children(TNode* parent) {
-    std::wstring s;
-    for (TNode* child = parent->FirstChild; child; child = child->Next)
-      s += (child == parent->FirstChild ? L"" : L",") + std::wstring(child->GetName());
-    return s;
-  }
+  std::wstring Sections() { return Kids(grid->Tree->Root, true); }
   static std::wstring Ids(const TNodeList& list) {
     std::wstring s;
     for (int i = 0; i < list.Count; i++) s += (i ? L"," : L"") + std::wstring(list.Items[i]->GetId());
-    return s;
-  }
-  static std::wstring Xml(TNode* node) {
-    wchar_t* text = static_cast<TNodeXml*>(node)->GetXml(nullptr, L"", L"", 3);
-    std::wstring s = text ? text : L"<null>";
-    free(text);
     return s;
   }
   std::wstring File(const char* name, const std::string& bytes) {
@@ -79,121 +36,101 @@ protected:
     files.push_back(p);
     return std::wstring(p.begin(), p.end());
   }
-
-  std::unique_ptr<TRecordingGrid> grid;
   std::vector<std::string> files;
 };
 
-// ---- Load ----
-
-TEST_F(LoadTest, NoDocumentsGiveNoRootAndNothingToUpdate) {
+TEST_F(LoadTest, TextsAndFilesMergeInOrderUpToTheFirstFailure) {
   EXPECT_EQ(grid->Load(nullptr, 1), -1);
   EXPECT_EQ(Load({nullptr, L"", nullptr}), 0);
   EXPECT_EQ(grid->Tree->Root, nullptr);
-  grid->Update();
+  grid->Update();  // no root: nothing to do
   EXPECT_EQ(grid->Cfg, nullptr);
   EXPECT_EQ(grid->Calls, L"");
-}
 
-TEST_F(LoadTest, TextsMergeInOrderUpToTheFirstFailure) {
   EXPECT_EQ(Load({L" \r\n\t<Grid a='1' b='1'><X/></Grid>", L"&lt;Grid b='2'&gt;&lt;Y/&gt;&lt;/Grid&gt;",
                   L"<Grid><B>", L"<Grid><C/></Grid>"}),
             -3);
   EXPECT_STREQ(grid->Tree->Root->GetString(L"b"), L"2");
-  EXPECT_EQ(Children(grid->Tree->Root), L"X,Y");
-}
+  EXPECT_EQ(Sections(), L"X,Y");
 
-TEST_F(LoadTest, LoadReadsFileNamesWithTheirCodes) {
+  grid.reset(new TTestGrid());
   std::wstring good = File("good.xml", "\xEF\xBB\xBF<Grid><A/></Grid>");
-  std::wstring empty = File("empty.xml", "");
-  std::wstring bad = File("bad.xml", "<Grid><A>");
   EXPECT_EQ(Load({(L"  " + good).c_str()}), 0);
-  EXPECT_EQ(Children(grid->Tree->Root), L"A");
-  EXPECT_EQ(Load({empty.c_str()}), -2);
-  EXPECT_EQ(Load({bad.c_str()}), -3);
+  EXPECT_EQ(Sections(), L"A");
+  EXPECT_EQ(Load({File("empty.xml", "").c_str()}), -2);
+  EXPECT_EQ(Load({File("bad.xml", "<Grid><A>").c_str()}), -3);
   EXPECT_EQ(Load({(good + L".missing").c_str()}), -1);
 }
 
 // ---- sections ----
 
-TEST_F(LoadTest, MissingSectionsAndDefaultsAreMade) {
-  Create({L"<Grid><Cols><C Name='A'/></Cols></Grid>"});
-  EXPECT_EQ(Children(grid->Tree->Root), L"IO,Cols,Body,Cfg,Def");
+TEST_F(LoadTest, MissingSectionsAndDefaultsAreMadeAndColumnsMergeByName) {
+  Create(L"<Grid><Cols><C Name='A'/></Cols></Grid>");
+  EXPECT_EQ(Sections(), L"IO,Cols,Body,Cfg,Def");
   EXPECT_EQ(grid->IO, grid->Tree->Root->FirstChild);
   EXPECT_EQ(Xml(grid->Body), L"<Body><B CDef=\"R\"/></Body>");
   EXPECT_EQ(Xml(Section(L"Def")), L"<Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\" AType=\"Text\"/></Def>");
   EXPECT_EQ(Xml(grid->Cols.GetNode(L"A", 0)), L"<C Name=\"A\" Type=\"Text\"/>");
-}
 
-TEST_F(LoadTest, ColumnsMergeByNameAcrossSectionsAndDocuments) {
   Create({L"<Grid><LeftCols><C Name='L' W='1'/></LeftCols><Cols><C Name='A' W='1' X='1'/><C Name='B'/></Cols></Grid>",
           L"<Grid><Cols><C Name='N'/><C Name='A' W='2'/><C Name='L' W='2'/></Cols></Grid>"});
-  EXPECT_EQ(Children(grid->Tree->Root), L"IO,LeftCols,Cols,Body,Cfg,Def");
+  EXPECT_EQ(Sections(), L"IO,LeftCols,Cols,Body,Cfg,Def");
   EXPECT_EQ(Xml(Section(L"LeftCols")), L"<LeftCols><C Name=\"L\" W=\"2\" Type=\"Text\"/></LeftCols>");
-  EXPECT_EQ(Xml(Section(L"Cols")),
-            L"<Cols><C Name=\"A\" W=\"2\" X=\"1\" Type=\"Text\"/><C Name=\"B\" Type=\"Text\"/>"
-            L"<C Name=\"N\" Type=\"Text\"/></Cols>");
+  EXPECT_EQ(Xml(Section(L"Cols")), L"<Cols><C Name=\"A\" W=\"2\" X=\"1\" Type=\"Text\"/><C Name=\"B\" Type=\"Text\"/>"
+                                   L"<C Name=\"N\" Type=\"Text\"/></Cols>");
   std::wstring order;
   for (int i = 0; i < grid->Cols.GetCount(); i++) order += grid->Cols.GetNode(i)->GetString(L"Name");
   EXPECT_EQ(order, L"LABN");
 }
 
 TEST_F(LoadTest, RowSectionsPlaceRowsByKind) {
-  Create({L"<Grid><Head><I id='h1'/><Filter id='f0'/><I id='u1' Kind='User'/><Toolbar id='t1' Cells='A'/>"
-          L"<X id='x1'/></Head><Foot><I id='f1' Kind='Filter'/><I id='ft' Kind='I'/></Foot>"
-          L"<Solid><I id='s1' Cells='A'/><I id='s2'/></Solid><Filters><Filter id='f2'/><I id='f3'/></Filters></Grid>"});
-  EXPECT_EQ(Children(grid->Tree->Root), L"IO,Head,Solid,Foot,Body,Cfg,Def");
-  EXPECT_EQ(Children(Section(L"Head")), L"I,Filter,I,Filter,I");
-  EXPECT_EQ(Children(Section(L"Solid")), L"Toolbar,X,I,I");
-  EXPECT_EQ(Children(Section(L"Foot")), L"I,I");
+  Create(L"<Grid><Head><I id='h1'/><Filter id='f0'/><I id='u1' Kind='User'/><Toolbar id='t1' Cells='A'/>"
+         L"<X id='x1'/></Head><Foot><I id='f1' Kind='Filter'/><I id='ft' Kind='I'/></Foot>"
+         L"<Solid><I id='s1' Cells='A'/><I id='s2'/></Solid><Filters><Filter id='f2'/><I id='f3'/></Filters></Grid>");
+  EXPECT_EQ(Sections(), L"IO,Head,Solid,Foot,Body,Cfg,Def");
+  EXPECT_EQ(Kids(Section(L"Head"), true), L"I,Filter,I,Filter,I");
+  EXPECT_EQ(Kids(Section(L"Solid"), true), L"Toolbar,X,I,I");
+  EXPECT_EQ(Kids(Section(L"Foot"), true), L"I,I");
   EXPECT_EQ(Ids(grid->FixedRows), L"h1,ft");
   EXPECT_EQ(Ids(grid->FilterRows), L"f0,f1,f2,f3");
   EXPECT_EQ(Ids(grid->SolidRows), L"t1,s1");
-  const wchar_t* kinds[][2] = {{L"h1", L""},         {L"f0", L"Filter"}, {L"u1", L"User"}, {L"t1", L"Toolbar"},
-                               {L"x1", L"X"},        {L"f1", L"Filter"}, {L"ft", L""},     {L"s1", L"I"},
-                               {L"f3", L"Filter"}};
+  const wchar_t* kinds[][2] = {{L"h1", L""}, {L"f0", L"Filter"}, {L"u1", L"User"}, {L"t1", L"Toolbar"}, {L"x1", L"X"},
+                               {L"f1", L"Filter"}, {L"ft", L""}, {L"s1", L"I"}, {L"f3", L"Filter"}};
   for (auto& kind : kinds) EXPECT_STREQ(Row(kind[0])->GetString(L"Kind"), kind[1]) << kind[0];
-}
 
-TEST_F(LoadTest, FilterRowsWithoutIdBecomeOne) {
-  Create({L"<Grid><Head><Filter A='1' AFilter='1'/><Filter id='F' B='2'/><Filter B='3'/><Filter A='4' C='5'/>"
-          L"</Head></Grid>"});
-  ASSERT_EQ(grid->FilterRows.Count, 2);
-  EXPECT_EQ(Xml(Section(L"Head")),
-            L"<Head><Filter A=\"4\" AFilter=\"1\" B=\"3\" C=\"5\" Kind=\"Filter\"/>"
-            L"<Filter id=\"F\" B=\"2\" Kind=\"Filter\"/></Head>");
-  EXPECT_EQ(grid->FilterRows.Items[1], Row(L"F"));
+  // Filter rows without an id become one.
+  Create(L"<Grid><Head><Filter A='1' AFilter='1'/><Filter id='F' B='2'/><Filter B='3'/><Filter A='4' C='5'/>"
+         L"</Head></Grid>");
+  EXPECT_EQ(Ids(grid->FilterRows), L",F");
+  EXPECT_EQ(Xml(Section(L"Head")), L"<Head><Filter A=\"4\" AFilter=\"1\" B=\"3\" C=\"5\" Kind=\"Filter\"/>"
+                                   L"<Filter id=\"F\" B=\"2\" Kind=\"Filter\"/></Head>");
 }
 
 TEST_F(LoadTest, RepeatedOrdinarySectionKeepsOnlyItsFirstChild) {
   Create({L"<Grid><Custom a='1' b='1'><P id='p1'/></Custom><Body><B><I id='r1'/></B></Body></Grid>",
           L"<Grid><Custom b='2'><P id='p2'/><P id='p3'/></Custom><Body><B><I id='r2'/></B></Body></Grid>"});
-  EXPECT_EQ(Children(grid->Tree->Root), L"IO,Custom,Body,Cfg,Def");
-  TNode* custom = Section(L"Custom");
-  EXPECT_EQ(Xml(custom), L"<Custom a=\"1\" b=\"2\"><P id=\"p1\"/><P id=\"p2\"/></Custom>");
+  EXPECT_EQ(Sections(), L"IO,Custom,Body,Cfg,Def");
+  EXPECT_EQ(Xml(Section(L"Custom")), L"<Custom a=\"1\" b=\"2\"><P id=\"p1\"/><P id=\"p2\"/></Custom>");
   EXPECT_EQ(Row(L"p3"), nullptr);
-  EXPECT_EQ(Children(grid->Body), L"B,B");
+  EXPECT_EQ(Kids(grid->Body, true), L"B,B");
 }
 
 // ---- defaults ----
 
-TEST_F(LoadTest, ColumnAttributesReachRowsThroughR) {
-  Create({L"<Grid><Cols><C Name='P' Type='Float' Format='0.00' Enum='|x|y' EnumKeys='|1|2' Width='50'/>"
-          L"<C Name='N'/></Cols><Def><D Name='R' PFormat='keep'/></Def><Body><B><I id='1'/></B></Body></Grid>"});
+TEST_F(LoadTest, DefaultsChainAndFlattenAndTakeColumnAttributes) {
+  Create(L"<Grid><Cols><C Name='P' Type='Float' Format='0.00' Enum='|x|y' EnumKeys='|1|2' Width='50'/>"
+         L"<C Name='N'/></Cols><Def><D Name='R' PFormat='keep'/></Def><Body><B><I id='1'/></B></Body></Grid>");
   EXPECT_EQ(Xml(Def(L"R")),
             L"<D Name=\"R\" PFormat=\"keep\" PType=\"Float\" PEnum=\"|x|y\" PEnumKeys=\"|1|2\" NType=\"Text\"/>");
   EXPECT_STREQ(Row(L"1")->GetString(L"PType"), L"Float");
-}
 
-TEST_F(LoadTest, DefaultsChainAndFlatten) {
-  Create({L"<Grid><Def><D Name='A' Def='B' a='1'/><D Name='B' Def='C2' a='x' b='2'/><D Name='C2' c='3'/>"
-          L"<D Name='X' Def='Y'/><D Name='Y' Def='X'/><D Name='S' Def='S'/></Def></Grid>"});
+  Create(L"<Grid><Def><D Name='A' Def='B' a='1'/><D Name='B' Def='C2' a='x' b='2'/><D Name='C2' c='3'/>"
+         L"<D Name='X' Def='Y'/><D Name='Y' Def='X'/><D Name='S' Def='S'/></Def></Grid>");
   TNode* a = Def(L"A");
   EXPECT_EQ(a->Base, Def(L"B"));
   EXPECT_EQ(Def(L"C2")->Base, Def(L"R"));
-  EXPECT_STREQ(a->GetStringBase(a->GetIndex(L"a", 0)), L"1");
-  EXPECT_STREQ(a->GetStringBase(a->GetIndex(L"b", 0)), L"2");
-  EXPECT_STREQ(a->GetStringBase(a->GetIndex(L"c", 0)), L"3");
+  for (const wchar_t* name : {L"a1", L"b2", L"c3"})
+    EXPECT_EQ(a->GetStringBase(a->GetIndex(std::wstring(name, 1).c_str(), 0)), std::wstring(name + 1));
   // Links that would close a circle are not made.
   EXPECT_EQ(Def(L"X")->Base, Def(L"Y"));
   EXPECT_EQ(Def(L"Y")->Base, nullptr);
@@ -201,92 +138,78 @@ TEST_F(LoadTest, DefaultsChainAndFlatten) {
 }
 
 TEST_F(LoadTest, RowsTakeTheirDefaults) {
-  Create({L"<Grid><Def><D Name='Fixed' X='f'/><D Name='Node' CDef='Leaf' X='n'/><D Name='Leaf' X='l'/></Def>"
-          L"<Head><I id='h'/><I id='h2' Def='Node'/><Filter id='fr'/></Head>"
-          L"<Body><B><I id='1' Def='Node'><I id='2'><I id='5'/></I><I id='3' Def='Missing'/></I><I id='4'/></B>"
-          L"<B CDef='Leaf'><I id='6'/></B></Body></Grid>"});
-  const wchar_t* expected[][2] = {{L"1", L"Node"}, {L"2", L"Leaf"}, {L"5", L"R"},     {L"3", L"R"},
-                                  {L"4", L"R"},    {L"6", L"Leaf"}, {L"h", L"Fixed"}, {L"h2", L"Node"},
-                                  {L"fr", L"Fixed"}};
+  Create(L"<Grid><Def><D Name='Fixed' X='f'/><D Name='Node' CDef='Leaf' X='n'/><D Name='Leaf' X='l'/></Def>"
+         L"<Head><I id='h'/><I id='h2' Def='Node'/><Filter id='fr'/></Head>"
+         L"<Body><B><I id='1' Def='Node'><I id='2'><I id='5'/></I><I id='3' Def='Missing'/></I><I id='4'/></B>"
+         L"<B CDef='Leaf'><I id='6'/></B></Body></Grid>");
+  const wchar_t* expected[][2] = {{L"1", L"Node"}, {L"2", L"Leaf"},  {L"5", L"R"},     {L"3", L"R"},    {L"4", L"R"},
+                                  {L"6", L"Leaf"}, {L"h", L"Fixed"}, {L"h2", L"Node"}, {L"fr", L"Fixed"}};
   for (auto& e : expected) EXPECT_EQ(Row(e[0])->Base, Def(e[1])) << e[0];
   EXPECT_STREQ(Row(L"h")->GetString(IDefIndex), L"Fixed");
   EXPECT_STREQ(Row(L"2")->GetString(L"X"), L"l");
   EXPECT_TRUE(Row(L"5")->Flags & FState);
-}
 
-TEST_F(LoadTest, FirstPageTakesHeaderAndRootAttributesAndLosesItsId) {
-  Create({L"<Grid><Header id='hd' A='Caption' CDef='Leaf'/><Root CDef='Node' Z='1'/><Def><D Name='Leaf'/></Def>"
-          L"<Body><B id='p1'><I id='1'/></B></Body></Grid>"});
-  TNode* page = grid->Body->FirstChild;
-  EXPECT_EQ(Xml(page).substr(0, 33), L"<B A=\"Caption\" CDef=\"Leaf\" Z=\"1\">");
+  // The first page takes the attributes of Header and Root, and loses its id.
+  Create(L"<Grid><Header id='hd' A='Caption' CDef='Leaf'/><Root CDef='Node' Z='1'/><Def><D Name='Leaf'/></Def>"
+         L"<Body><B id='p1'><I id='1'/></B></Body></Grid>");
+  EXPECT_EQ(Xml(grid->Body->FirstChild).substr(0, 33), L"<B A=\"Caption\" CDef=\"Leaf\" Z=\"1\">");
   EXPECT_EQ(Row(L"p1"), nullptr);
   EXPECT_EQ(Row(L"hd"), Section(L"Header"));
   EXPECT_EQ(Row(L"1")->Base, Def(L"Leaf"));
+
+  // Deep rows are wired too.
+  std::wstring text = L"<Grid><Body><B>";
+  for (int i = 0; i < 500; i++) text += L"<I id='" + std::to_wstring(i) + L"'>";
+  for (int i = 0; i < 500; i++) text += L"</I>";
+  Create(text + L"</B></Body></Grid>");
+  EXPECT_EQ(Row(L"499")->Base, Def(L"R"));
 }
 
 // ---- settings ----
 
 TEST_F(LoadTest, ToolbarHeaderAndLangJoinTheirLists) {
-  Create({L"<Grid><Toolbar Cells='A,B' Formula='sum()'/><Header Calculate='1'/>"
-          L"<Lang><Format Hirji='1'/></Lang></Grid>"});
-  ASSERT_EQ(grid->SolidRows.Count + grid->FixedRows.Count, 2);
+  Create(L"<Grid><Toolbar Cells='A,B' Formula='sum()'/><Header Calculate='1'/><Lang><Format Hirji='1'/></Lang></Grid>");
+  ASSERT_TRUE(grid->SolidRows.Count == 1 && grid->FixedRows.Count == 1);
   EXPECT_EQ(grid->SolidRows.Items[0], Section(L"Toolbar"));
   EXPECT_STREQ(Section(L"Toolbar")->GetString(L"FormulaFormula"), L"sum()");
   EXPECT_EQ(grid->FixedRows.Items[0], Section(L"Header"));
   EXPECT_EQ(grid->Tree->Format, Section(L"Lang")->FirstChild);
   EXPECT_TRUE(grid->Tree->Hirji);
 
-  grid.reset(new TRecordingGrid());
-  Create({L"<Grid><Toolbar/><Header Calculate='0'/></Grid>"});
+  Create(L"<Grid><Toolbar/><Header Calculate='0'/></Grid>");
   EXPECT_EQ(grid->SolidRows.Count + grid->FixedRows.Count, 0);
 }
 
 TEST_F(LoadTest, CfgSetsPagingAndTreeSettings) {
-  Create({L"<Grid><Cfg Paging='3' ChildPaging='3' MaxChildrenOffline='7' Precision='2'/>"
-          L"<Body><B><I id='1'><I id='2'/></I></B></Body></Grid>"});
-  EXPECT_TRUE(grid->ServerPaging);
-  EXPECT_TRUE(grid->ServerChildPaging);
-  EXPECT_FALSE(Row(L"1")->Flags & FState);
-  EXPECT_FALSE(Row(L"2")->Flags & FState);
+  Create(L"<Grid><Cfg Paging='3' ChildPaging='3' MaxChildrenOffline='7'/><Body><B><I id='1'><I id='2'/></I></B>"
+         L"</Body></Grid>");
+  EXPECT_TRUE(grid->ServerPaging && grid->ServerChildPaging);
+  EXPECT_FALSE((Row(L"1")->Flags | Row(L"2")->Flags) & FState);
   EXPECT_EQ(grid->Tree->MaxChildrenOffline, 7);
-  EXPECT_EQ(grid->Tree->Precision, 100);
-
-  const std::pair<const wchar_t*, int> precisions[] = {{L"0", 1}, {L"40", 1000000000}};
+  const std::pair<const wchar_t*, int> precisions[] = {
+      {L"", 10000}, {L"Precision='2'", 100}, {L"Precision='0'", 1}, {L"Precision='40'", 1000000000}};
   for (auto& p : precisions) {
-    grid.reset(new TRecordingGrid());
-    Create({(L"<Grid><Cfg Precision='" + std::wstring(p.first) + L"'/></Grid>").c_str()});
+    Create(L"<Grid><Cfg Paging='2' " + std::wstring(p.first) + L"/></Grid>");
+    EXPECT_FALSE(grid->ServerPaging);
     EXPECT_EQ(grid->Tree->Precision, p.second) << p.first;
   }
-  grid.reset(new TRecordingGrid());
-  Create({L"<Grid><Cfg Paging='2'/></Grid>"});
-  EXPECT_FALSE(grid->ServerPaging);
-  EXPECT_EQ(grid->Tree->Precision, 10000);
 }
 
 TEST_F(LoadTest, PagesCreatedChoosesTheCallsUpward) {
-  Create({L"<Grid><IO Session='s1'/><Body PagesCreated='-1'/></Grid>"});
-  EXPECT_EQ(grid->Calls, L"CopySession,RemovePages,InitCalc,InitGroup,");
+  const wchar_t* cases[][2] = {
+      {L"<Grid><IO Session='s1'/><Body PagesCreated='-1'/></Grid>", L"CopySession,RemovePages,InitCalc,InitGroup,"},
+      {L"<Grid><Body PagesCreated='1'/></Grid>", L"CopySession,UpdateSort,UpdateFilter,UpdateGroup,InitCalc,InitGroup,"},
+      {L"<Grid/>", L"CopySession,InitCalc,InitGroup,"}};
+  for (auto& c : cases) {
+    Create(c[0]);
+    EXPECT_EQ(grid->Calls, c[1]) << c[0];
+  }
+  EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 0);
+  Create(cases[1][0]);
+  EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 1);
+  Create(cases[0][0]);
   EXPECT_EQ(grid->Session, L"s1");
   EXPECT_FALSE(grid->Body->Has(L"PagesCreated"));
-
-  grid.reset(new TRecordingGrid());
-  Create({L"<Grid><Body PagesCreated='1'/></Grid>"});
-  EXPECT_EQ(grid->Calls, L"CopySession,UpdateSort,UpdateFilter,UpdateGroup,InitCalc,InitGroup,");
-  EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 1);
-
-  grid.reset(new TRecordingGrid());
-  Create({L"<Grid/>"});
-  EXPECT_EQ(grid->Calls, L"CopySession,InitCalc,InitGroup,");
-}
-
-TEST_F(LoadTest, DeepRowsAreWired) {
-  const int depth = 500;
-  std::wstring text = L"<Grid><Body><B>";
-  for (int i = 0; i < depth; i++) text += L"<I id='" + std::to_wstring(i) + L"'>";
-  for (int i = 0; i < depth; i++) text += L"</I>";
-  text += L"</B></Body></Grid>";
-  Create({text.c_str()});
-  EXPECT_EQ(Row(std::to_wstring(depth - 1).c_str())->Base, Def(L"R"));
 }
 
 }  // namespace

@@ -1,76 +1,29 @@
 // Cutting the body's root rows into pages, joining them back, and the names
 // that the pager shows.
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "grid/Export.h"
-#include "tree/Data.h"
+#include "GridTest.h"
 
 namespace {
 
-class TPagesGrid final : public TGridExport {
-public:
-  void CopySession() override {}
-};
-
-const wchar_t* const Layout =
-    L"<Grid><Cols><C Name='A' Type='Text'/><C Name='B' Type='Int'/><C Name='G' Type='Text'/>"
-    L"<C Name='L' Type='Lines'/></Cols></Grid>";
-
-class PagesTest : public ::testing::Test {
+class PagesTest : public GridTest {
 protected:
-  void SetUp() override { TData::Initialize(); }
-
   // Rows given as their attribute texts; ids r0, r1, ...
   void Create(const std::vector<std::wstring>& rows, int pageLength) {
     std::wstring data = L"<Grid><Body><B>";
     for (size_t i = 0; i < rows.size(); i++) data += L"<I id='r" + std::to_wstring(i) + L"' " + rows[i] + L"/>";
-    data += L"</B></Body></Grid>";
-    const wchar_t* documents[] = {Layout, data.c_str()};
-    grid.reset(new TPagesGrid());
-    ASSERT_EQ(grid->Load(documents, 2), 0);
-    grid->Update();
+    GridTest::Create({L"<Grid><Cols><C Name='A' Type='Text'/><C Name='B' Type='Int'/><C Name='G' Type='Text'/>"
+                      L"<C Name='L' Type='Lines'/></Cols></Grid>",
+                      data + L"</B></Body></Grid>"});
     if (pageLength != 999) grid->Cfg->SetInt(L"PageLength", pageLength);
   }
   // n rows with A values v0, v1, ...
-  void CreateCounted(int n, int pageLength) {
+  static std::vector<std::wstring> Counted(int n) {
     std::vector<std::wstring> rows;
     for (int i = 0; i < n; i++) rows.push_back(L"A='v" + std::to_wstring(i) + L"'");
-    Create(rows, pageLength);
+    return rows;
   }
-  void SortBy(std::initializer_list<const wchar_t*> columns) {
+  void SortBy(const std::vector<const wchar_t*>& columns) {
     grid->SortCount = 0;
     for (const wchar_t* column : columns) grid->SortCols[grid->SortCount++] = grid->Tree->GetIndex(column, 1);
-  }
-
-  // Row ids page by page ("r0,r1|r2"), checking every link on the way.
-  std::wstring Pages() {
-    std::wstring s;
-    TNode* previousPage = nullptr;
-    for (TNode* page = grid->Body->FirstChild; page; page = page->Next) {
-      EXPECT_EQ(page->Prev, previousPage);
-      EXPECT_EQ(page->Parent, grid->Body);
-      if (page != grid->Body->FirstChild) s += L"|";
-      TNode* previous = nullptr;
-      for (TNode* row = page->FirstChild; row; row = row->Next) {
-        EXPECT_EQ(row->Parent, page);
-        EXPECT_EQ(row->Prev, previous);
-        s += (previous ? L"," : L"") + std::wstring(row->GetId());
-        previous = row;
-      }
-      EXPECT_EQ(page->LastChild, previous);
-      previousPage = page;
-    }
-    EXPECT_EQ(grid->Body->LastChild, previousPage);
-    return s;
-  }
-  TNode* Page(int n) {
-    TNode* page = grid->Body->FirstChild;
-    while (n-- && page) page = page->Next;
-    return page;
   }
   // The nine names of a page as "Name00,Name01,Name02/Name10,.../Name20,...";
   // an absent attribute shows as "-".
@@ -81,61 +34,54 @@ protected:
       for (int y = 0; y < 3; y++) {
         name[4] = (wchar_t)(L'0' + x);
         name[5] = (wchar_t)(L'0' + y);
-        s += std::wstring(x && !y ? L"/" : y ? L"," : L"") + (page->Has(name) ? page->GetString(name) : L"-");
+        s += std::wstring(x && !y ? L"/" : y ? L"," : L"") + Attr(page, name);
       }
     return s;
   }
-
-  std::unique_ptr<TPagesGrid> grid;
+  std::wstring AllNames() {
+    std::wstring s;
+    for (TNode* page = grid->Body->FirstChild; page; page = page->Next) s += (s.empty() ? L"" : L" ") + Names(page);
+    return s;
+  }
 };
 
 // ---- cutting ----
 
-TEST_F(PagesTest, PageLengthBelowOneOrAbsentMeansTwenty) {
-  for (int length : {999, 0, -5}) {
-    CreateCounted(41, length);
+TEST_F(PagesTest, RootRowsAreCutIntoPages) {
+  const std::wstring f = L"_0F='8'";
+  const struct {
+    std::vector<std::wstring> Rows;
+    int Length;
+    const wchar_t* Pages;
+    int RootCount;
+  } cases[] = {{Counted(3), 3, L"r0,r1,r2", 3},
+               {Counted(7), 3, L"r0,r1,r2|r3,r4,r5|r6", 7},
+               // Filtered rows stay behind the row before and are not counted.
+               {{f, L"", L"", f, L"", f, f, L"", f}, 2, L"r0,r1,r2,r3|r4,r5,r6,r7,r8", 4},
+               {{}, 5, L"", 0}};  // one empty page stays
+  for (auto& c : cases) {
+    Create(c.Rows, c.Length);
+    SortBy({L"A"});
     grid->CreatePages();
-    int sizes[3] = {0, 0, 0}, pages = 0;
-    for (TNode* page = grid->Body->FirstChild; page; page = page->Next, pages++)
-      if (pages < 3) sizes[pages] = page->GetChildCount();
-    EXPECT_EQ(pages, 3) << length;
-    EXPECT_EQ(sizes[0], 20) << length;
-    EXPECT_EQ(sizes[2], 1) << length;
+    EXPECT_EQ(Pages(), c.Pages);
+    EXPECT_EQ(grid->Cfg->GetInt(L"RootCount"), c.RootCount) << c.Pages;
+    EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 1) << c.Pages;
+  }
+  EXPECT_EQ(AllNames(), L",,/,,/,,");
+
+  // A page length below one or absent means twenty.
+  for (int length : {999, 0, -5}) {
+    Create(Counted(41), length);
+    grid->CreatePages();
+    ASSERT_NE(Page(2), nullptr) << length;
+    EXPECT_EQ(Page(0)->GetChildCount() * 100 + Page(1)->GetChildCount(), 2020) << length;
+    EXPECT_EQ(Page(2)->GetChildCount(), 1) << length;
+    EXPECT_EQ(Page(3), nullptr) << length;
   }
 }
 
-TEST_F(PagesTest, ExactlyAPageOfRowsIsOnePageAndOneMoreStartsTheNext) {
-  CreateCounted(3, 3);
-  grid->CreatePages();
-  EXPECT_EQ(Pages(), L"r0,r1,r2");
-  EXPECT_EQ(grid->Cfg->GetInt(L"RootCount"), 3);
-  EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 1);
-
-  CreateCounted(7, 3);
-  grid->CreatePages();
-  EXPECT_EQ(Pages(), L"r0,r1,r2|r3,r4,r5|r6");
-  EXPECT_EQ(grid->Cfg->GetInt(L"RootCount"), 7);
-}
-
-TEST_F(PagesTest, FilteredRowsStayBehindTheRowBeforeAndAreNotCounted) {
-  Create({L"_0F='8'", L"", L"", L"_0F='8'", L"", L"_0F='8'", L"_0F='8'", L"", L"_0F='8'"}, 2);
-  grid->CreatePages();
-  EXPECT_EQ(Pages(), L"r0,r1,r2,r3|r4,r5,r6,r7,r8");
-  EXPECT_EQ(grid->Cfg->GetInt(L"RootCount"), 4);
-}
-
-TEST_F(PagesTest, EmptyGridKeepsOneEmptyPage) {
-  Create({}, 5);
-  SortBy({L"A"});
-  grid->CreatePages();
-  EXPECT_EQ(Pages(), L"");
-  EXPECT_EQ(grid->Cfg->GetInt(L"RootCount"), 0);
-  EXPECT_EQ(grid->Body->GetInt(L"PagesCreated"), 1);
-  EXPECT_EQ(Names(Page(0)), L",,/,,/,,");
-}
-
 TEST_F(PagesTest, PagesTakeTheAggregatePattern) {
-  CreateCounted(5, 2);
+  Create(Counted(5), 2);
   if (grid->AggNode) TNode::Delete(grid->AggNode);
   grid->AggNode = grid->Tree->CreateElement(L"B");
   grid->AggNode->SetString(L"Agg", L"1");
@@ -147,10 +93,8 @@ TEST_F(PagesTest, PagesTakeTheAggregatePattern) {
   }
 }
 
-// ---- joining ----
-
 TEST_F(PagesTest, RemovePagesRestoresTheOrderAndDropsLaterPages) {
-  CreateCounted(7, 2);
+  Create(Counted(7), 2);
   grid->CreatePages();
   Page(0)->SetString(L"Own", L"first");
   Page(1)->SetString(L"Own", L"second");
@@ -158,16 +102,13 @@ TEST_F(PagesTest, RemovePagesRestoresTheOrderAndDropsLaterPages) {
   EXPECT_EQ(Pages(), L"r0,r1,r2,r3,r4,r5,r6");
   EXPECT_STREQ(Page(0)->GetString(L"Own"), L"first");
   EXPECT_FALSE(grid->Body->Has(L"PagesCreated"));
-  EXPECT_EQ(grid->Tree->GetElem(L"r6")->Parent, Page(0));
-
   grid->Cfg->SetInt(L"PageLength", 3);
   grid->CreatePages();
   EXPECT_EQ(Pages(), L"r0,r1,r2|r3,r4,r5|r6");
   EXPECT_FALSE(Page(1)->Has(L"Own"));
-}
 
-TEST_F(PagesTest, RemovePagesLeavesASinglePageAlone) {
-  CreateCounted(2, 5);
+  // A single page is left alone.
+  Create(Counted(2), 5);
   grid->CreatePages();
   grid->RemovePages();
   EXPECT_EQ(Pages(), L"r0,r1");
@@ -176,68 +117,56 @@ TEST_F(PagesTest, RemovePagesLeavesASinglePageAlone) {
 
 // ---- names ----
 
-TEST_F(PagesTest, OnePageHasNineEmptyNames) {
-  CreateCounted(3, 5);
+TEST_F(PagesTest, NamesAreMadeOnlyForSeveralSortedPagesWithAPager) {
+  Create(Counted(3), 5);
   SortBy({L"A", L"B"});
   Page(0)->SetString(L"Name10", L"old");
   grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L",,/,,/,,");
-}
+  EXPECT_EQ(AllNames(), L",,/,,/,,");  // one page: nine empty names
 
-TEST_F(PagesTest, WithoutSortNoPageIsNamedAndOldNamesStay) {
-  CreateCounted(5, 2);
+  Create(Counted(5), 2);
   Page(0)->SetString(L"Name10", L"old");
   grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L"-,-,-/old,-,-/-,-,-");
-  EXPECT_EQ(Names(Page(1)), L"-,-,-/-,-,-/-,-,-");
-}
+  EXPECT_EQ(AllNames(), L"-,-,-/old,-,-/-,-,- -,-,-/-,-,-/-,-,- -,-,-/-,-,-/-,-,-");  // no sort: old names stay
 
-TEST_F(PagesTest, NoPagerMakesNoNames) {
-  CreateCounted(5, 2);
+  Create(Counted(5), 2);
   SortBy({L"A"});
   grid->Cfg->SetInt(L"NoPager", 1);
   grid->CreatePages();
   EXPECT_EQ(Names(Page(1)), L"-,-,-/-,-,-/-,-,-");
 }
 
-TEST_F(PagesTest, TextNamesAreShortenedOnlyWhenThatSavesThreeCharacters) {
-  Create({L"A='Aaron'", L"A='Anderson'", L"A='Andrews'", L"A='Ann'", L"A='Anna'", L"A='Bob'"}, 2);
-  SortBy({L"A"});
-  grid->CreatePages();
-  EXPECT_EQ(Pages(), L"r0,r1|r2,r3|r4,r5");
-  EXPECT_EQ(Names(Page(0)), L",,/Aaron,,/Ande,,");
-  EXPECT_EQ(Names(Page(1)), L",,/Andr,,/Ann,,");
-  EXPECT_EQ(Names(Page(2)), L",,/Anna,,/Bob,,");
-}
-
-TEST_F(PagesTest, LinesColumnsAreShortenedIntColumnsNever) {
-  Create({L"B='100000001' L='100000001'", L"B='100000002' L='100000002'", L"B='100099999' L='100099999'"}, 2);
-  SortBy({L"B"});
-  grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L",,/100000001,,/100000002,,");
-  EXPECT_EQ(Names(Page(1)), L"100099999,,/,,/,,");
-  grid->RemovePages();
-  SortBy({L"L"});
-  grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L",,/100000001,,/10000,,");
-  EXPECT_EQ(Names(Page(1)), L",,/10009,,/100099999,,");
-}
-
-TEST_F(PagesTest, CommonValuesOfALeadingSortColumnGoToNameZero) {
-  Create({L"G='Oslo' A='Anderson'", L"G='Oslo' A='Bertil'", L"G='Oslo' A='Carla'", L"G='Riga' A='Dan'"}, 2);
-  SortBy({L"G", L"A"});
-  grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L"Oslo,,/,,/,B,");
-  EXPECT_EQ(Names(Page(1)), L",,/Oslo,C,/Riga,,");
-}
-
-TEST_F(PagesTest, PageNameValueReplacesTheValueAndNamesAreCutTo64) {
-  std::wstring longName(100, L'x');
-  Create({L"B='1'", L"B='2' BPageNameValue='Zulu'", L"B='3' BPageNameValue='" + longName + L"'", L"B='4'"}, 2);
-  SortBy({L"B"});
-  grid->CreatePages();
-  EXPECT_EQ(Names(Page(0)), L",,/1,,/Zulu,,");
-  EXPECT_EQ(Names(Page(1)), L",,/" + std::wstring(64, L'x') + L",,/4,,");
+TEST_F(PagesTest, NamesFromTheSortColumns) {
+  const std::wstring longName(100, L'x');
+  const struct {
+    std::vector<std::wstring> Rows;
+    std::vector<const wchar_t*> Sort;
+    std::wstring Names;
+  } cases[] = {
+      // Texts are shortened only when that saves three characters.
+      {{L"A='Aaron'", L"A='Anderson'", L"A='Andrews'", L"A='Ann'", L"A='Anna'", L"A='Bob'"},
+       {L"A"},
+       L",,/Aaron,,/Ande,, ,,/Andr,,/Ann,, ,,/Anna,,/Bob,,"},
+      // Lines columns are shortened, Int columns never.
+      {{L"B='100000001' L='100000001'", L"B='100000002' L='100000002'", L"B='100099999' L='100099999'"},
+       {L"B"},
+       L",,/100000001,,/100000002,, 100099999,,/,,/,,"},
+      {{L"L='100000001'", L"L='100000002'", L"L='100099999'"}, {L"L"}, L",,/100000001,,/10000,, ,,/10009,,/100099999,,"},
+      // Values common to a page under a leading sort column go to Name<x>0.
+      {{L"G='Oslo' A='Anderson'", L"G='Oslo' A='Bertil'", L"G='Oslo' A='Carla'", L"G='Riga' A='Dan'"},
+       {L"G", L"A"},
+       L"Oslo,,/,,/,B, ,,/Oslo,C,/Riga,,"},
+      // PageNameValue replaces the value; names are cut to 64.
+      {{L"B='1'", L"B='2' BPageNameValue='Zulu'", L"B='3' BPageNameValue='" + longName + L"'", L"B='4'"},
+       {L"B"},
+       L",,/1,,/Zulu,, ,,/" + std::wstring(64, L'x') + L",,/4,,"},
+  };
+  for (auto& c : cases) {
+    Create(c.Rows, 2);
+    SortBy(c.Sort);
+    grid->CreatePages();
+    EXPECT_EQ(AllNames(), c.Names);
+  }
 }
 
 TEST_F(PagesTest, PageLengthOneNamesEachPageByItsFirstRow) {
@@ -246,9 +175,7 @@ TEST_F(PagesTest, PageLengthOneNamesEachPageByItsFirstRow) {
   SortBy({L"A"});
   grid->CreatePages();
   EXPECT_EQ(Pages(), L"r0|r1,r2");
-  EXPECT_EQ(Names(Page(0)), L"Home,,/,,/,,");
-  EXPECT_EQ(Names(Page(1)), L"Riga,,/,,/,,");
-
+  EXPECT_EQ(AllNames(), L"Home,,/,,/,, Riga,,/,,/,,");
   // Without MainCol the first sort column names the pages.
   grid->RemovePages();
   grid->Cfg->SetString(L"MainCol", L"");

@@ -1,82 +1,43 @@
 // Requests merged into a grid, the id generator, the log of changes and the
 // saved document.
-#include <gtest/gtest.h>
-
 #include <climits>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include "grid/Export.h"
-#include "tree/Data.h"
+#include "GridTest.h"
 
 namespace {
 
-class TSessionGrid final : public TGridExport {
-public:
-  void CopySession() override {
-    Session = IO->GetString(L"Session");
-    Copies++;
-  }
-  std::wstring Session;
-  int Copies = 0;
-};
-
-class UpdateTest : public ::testing::Test {
+class UpdateTest : public GridTest {
 protected:
-  void SetUp() override { TData::Initialize(); }
-  TSessionGrid* Create(const std::wstring& text) {
-    grid.reset(new TSessionGrid());
-    const wchar_t* documents[] = {text.c_str()};
-    EXPECT_EQ(grid->Load(documents, 1), 0);
-    grid->Update();
-    return grid.get();
-  }
-  TNode* Row(const wchar_t* id) { return grid->Tree->GetElem(id); }
   std::wstring LastId() {
     TIds ids;
     return grid->GetLastId(&ids);
   }
   // A grid with these Cfg attributes and root rows of these ids.
-  TSessionGrid* WithIds(const std::wstring& cfg, const std::vector<std::wstring>& ids) {
+  void WithIds(const std::wstring& cfg, const std::vector<std::wstring>& ids) {
     std::wstring text = L"<Grid><Cfg " + cfg + L"/><Body><B>";
     for (const std::wstring& id : ids) text += L"<I id='" + id + L"'/>";
-    return Create(text + L"</B></Body></Grid>");
+    Create(text + L"</B></Body></Grid>");
   }
-  static std::wstring Xml(TNode* node) {
-    wchar_t* text = static_cast<TNodeXml*>(node)->GetXml(nullptr, L"", L"", 3);
-    std::wstring s = text ? text : L"<null>";
-    free(text);
-    return s;
-  }
-
-  std::unique_ptr<TSessionGrid> grid;
 };
-
-// ---- AddCfg ----
 
 TEST_F(UpdateTest, AddCfgMergesSectionsAndCopiesNewOnes) {
   Create(L"<Grid><Cfg A='1'><X/></Cfg><Body><B><I id='1'/></B></Body></Grid>");
-  int copies = grid->Copies;
+  // Nothing, or text that does not parse, changes nothing.
+  grid->Calls.clear();
+  EXPECT_TRUE(grid->AddCfg(static_cast<const wchar_t*>(nullptr)));
+  EXPECT_TRUE(grid->AddCfg(L""));
+  EXPECT_EQ(grid->UpdateGrid(L"<Grid><Cfg A='9'>"), -3);
+  EXPECT_EQ(grid->Calls, L"");
+  EXPECT_EQ(grid->Cfg->GetInt(L"A"), 1);
+
   ASSERT_TRUE(grid->AddCfg(L"<Grid><Cfg A='2' B='3'><Y/></Cfg><IO Session='s1'/><Extra k='v'><Z/></Extra>"
                            L"<Body><B><I id='zz'/></B></Body><Changes><I id='c'/></Changes></Grid>"));
   EXPECT_EQ(Xml(grid->Cfg), L"<Cfg A=\"2\" B=\"3\"><X/><Y/></Cfg>");
   EXPECT_EQ(grid->Session, L"s1");
-  EXPECT_EQ(grid->Copies, copies + 1);
+  EXPECT_EQ(grid->Calls, L"CopySession,");
   EXPECT_EQ(Xml(grid->Tree->Root->LastChild), L"<Extra k=\"v\"><Z/></Extra>");
   EXPECT_EQ(Row(L"zz"), nullptr);
   EXPECT_EQ(grid->Tree->Root->GetChildByName(L"Changes", false), nullptr);
-}
-
-TEST_F(UpdateTest, AddCfgWithoutTextOrWithBadTextChangesNothing) {
-  Create(L"<Grid><Cfg A='1'/></Grid>");
-  int copies = grid->Copies;
-  EXPECT_TRUE(grid->AddCfg(static_cast<const wchar_t*>(nullptr)));
-  EXPECT_TRUE(grid->AddCfg(L""));
-  EXPECT_EQ(grid->UpdateGrid(L"<Grid><Cfg A='9'>"), -3);
-  EXPECT_EQ(grid->Copies, copies);
-  EXPECT_EQ(grid->Cfg->GetInt(L"A"), 1);
 }
 
 TEST_F(UpdateTest, AddCfgRefreshesPagingAndTimeZone) {
@@ -92,8 +53,7 @@ TEST_F(UpdateTest, AddCfgRefreshesPagingAndTimeZone) {
 
 TEST_F(UpdateTest, AddCfgFeedsFilterRowsByIdOrTheFirstOne) {
   Create(L"<Grid><Head><Filter id='F1'/><Filter id='F2'/></Head></Grid>");
-  TNode* first = Row(L"F1");
-  TNode* second = Row(L"F2");
+  TNode *first = Row(L"F1"), *second = Row(L"F2");
   grid->AddCfg(L"<Grid><Filters><Filter id='F2' A='1' AFilter='3'/><Filter B='2'/></Filters></Grid>");
   EXPECT_EQ(second->GetInt(L"AFilter"), 3);
   EXPECT_EQ(first->GetInt(L"B"), 2);
@@ -111,8 +71,7 @@ TEST_F(UpdateTest, LastIdAndTheNextOne) {
   struct {
     std::wstring cfg;
     std::vector<std::wstring> ids;
-    const wchar_t* last;
-    const wchar_t* next;
+    const wchar_t *last, *next;
   } cases[] = {
       {L"", {L"5", L"41"}, L"", L""},
       {digits, {L"5", L"41", L"7", L"AB1", L"39", std::wstring(300, L'9')}, L"41", L"42"},
@@ -138,9 +97,7 @@ TEST_F(UpdateTest, LastIdAndTheNextOne) {
     }
   }
   EXPECT_STREQ(grid->SetId(nullptr, nullptr, false), L"");
-}
-
-TEST_F(UpdateTest, LastIdPassesOverTheIdsOfHeaderToolbarAndCfg) {
+  // The ids of Header, Toolbar and Cfg do not count.
   Create(L"<Grid><Header id='99999'/><Toolbar id='88888'/><Cfg id='77777' IdChars='0123456789'/>"
          L"<Body><B><I id='12'/></B></Body></Grid>");
   EXPECT_EQ(LastId(), L"12");
@@ -158,11 +115,9 @@ TEST_F(UpdateTest, SetIdGivesDescendantsIdsDepthFirst) {
 }
 
 TEST_F(UpdateTest, IdsStayWithinTheirBuffer) {
-  std::wstring nines(TIds::MaxIdLength, L'9');
-  WithIds(L"IdChars='0123456789' NumberId='1'", {nines});
+  WithIds(L"IdChars='0123456789' NumberId='1'", {std::wstring(TIds::MaxIdLength, L'9')});
   TIds ids;
-  std::wstring next = grid->SetId(&ids, nullptr, false);
-  EXPECT_EQ(next, L"1" + std::wstring(TIds::MaxIdLength - 1, L'0'));
+  EXPECT_EQ(std::wstring(grid->SetId(&ids, nullptr, false)), L"1" + std::wstring(TIds::MaxIdLength - 1, L'0'));
 
   WithIds(L"IdChars='0123456789' IdPostfix='" + std::wstring(400, L'x') + L"'", {L"1"});
   TIds more;
@@ -175,36 +130,28 @@ TEST_F(UpdateTest, IdsStayWithinTheirBuffer) {
 
 // ---- log and saved document ----
 
-TEST_F(UpdateTest, ChangesLogIsMadeOnceAndCleared) {
-  Create(L"<Grid/>");
+TEST_F(UpdateTest, ChangesLogAndSavedDocument) {
+  Create(L"<Grid><Cfg a='1'/><Body><B><I id='1' A='x' _0F='8'/></B></Body></Grid>");
   EXPECT_EQ(grid->Changes, nullptr);
   TNode* log = grid->AllocChanges();
   ASSERT_NE(log, nullptr);
-  EXPECT_EQ(grid->AllocChanges(), log);
+  EXPECT_EQ(grid->AllocChanges(), log);  // made once
   EXPECT_EQ(Xml(log->Tree->Root), L"<Grid><Changes/></Grid>");
   grid->ClearChanges();
   EXPECT_EQ(grid->Changes, nullptr);
   grid->AllocChanges();  // the destructor clears it
-}
 
-TEST_F(UpdateTest, SaveToDataWritesTheWholeTreeAndLoadsAgain) {
-  Create(L"<Grid><Cfg a='1'/><Body><B><I id='1' A='x' _0F='8'/></B></Body></Grid>");
+  // The saved document holds the whole tree and loads again.
   int length = -1;
-  wchar_t* text = grid->SaveToData(&length);
-  ASSERT_NE(text, nullptr);
-  std::wstring saved = text;
-  free(text);
+  std::wstring saved = Take(grid->SaveToData(&length));
   EXPECT_EQ(length, (int)saved.size());
   EXPECT_EQ(saved,
             L"<?xml version=\"1.0\"?><Grid _0F=\"16\"><IO _0F=\"16\"/><Cfg a=\"1\" _0F=\"16\"/><Body _0F=\"16\">"
             L"<B CDef=\"R\" _0F=\"16\"><I id=\"1\" A=\"x\" _0F=\"25\"/></B></Body><Def _0F=\"16\">"
             L"<D Name=\"C\" Type=\"Text\" _0F=\"16\"/><D Name=\"R\" _0F=\"16\"/></Def></Grid>");
   Create(saved);
-  text = grid->SaveToData(nullptr);
-  EXPECT_EQ(std::wstring(text), saved);
-  free(text);
-
-  grid.reset(new TSessionGrid());
+  EXPECT_EQ(Take(grid->SaveToData(nullptr)), saved);
+  grid.reset(new TTestGrid());
   EXPECT_EQ(grid->SaveToData(&length), nullptr);
 }
 
