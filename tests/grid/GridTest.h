@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "grid/Export.h"
@@ -17,11 +18,11 @@ class TTestGrid final : public TGridExport {
 public:
   void CopySession() override { Session = IO ? IO->GetString(L"Session") : L"", Calls += L"CopySession,"; }
   void RemovePages() override { Calls += L"RemovePages,", TGridExport::RemovePages(); }
-  void InitCalc() override { Calls += L"InitCalc,"; }
-  void InitGroup() override { Calls += L"InitGroup,"; }
+  void InitCalc() override { Calls += L"InitCalc,", TGridExport::InitCalc(); }
+  void InitGroup() override { Calls += L"InitGroup,", TGridExport::InitGroup(); }
   bool UpdateSort() override { return Calls += L"UpdateSort,", TGridExport::UpdateSort(); }
-  bool UpdateFilter() override { return Calls += L"UpdateFilter,", false; }
-  bool UpdateGroup() override { return Calls += L"UpdateGroup,", false; }
+  bool UpdateFilter() override { return Calls += L"UpdateFilter,", TGridExport::UpdateFilter(); }
+  bool UpdateGroup() override { return Calls += L"UpdateGroup,", TGridExport::UpdateGroup(); }
   std::wstring Session, Calls;
 };
 
@@ -91,6 +92,10 @@ protected:
     return tree.Format = format;
   }
   std::wstring Cell() { return row->GetStringFormat(L"C", -1); }
+  // Sets (or with a null value removes) attributes of a node.
+  static void Set(TNode* node, std::initializer_list<std::pair<const wchar_t*, const wchar_t*>> attributes) {
+    for (auto& a : attributes) a.second ? node->SetString(a.first, a.second) : node->SetNull(a.first);
+  }
   // A heap copy of exactly the text's size: a read past its end is caught.
   static std::vector<wchar_t> Exact(const std::wstring& s) { return {s.c_str(), s.c_str() + s.size() + 1}; }
   TTree tree;

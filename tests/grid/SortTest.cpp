@@ -31,36 +31,29 @@ std::wstring Rows(std::initializer_list<const wchar_t*> values) {
 
 TEST_F(SortTest, ColumnTypesAndOptions) {
   const std::wstring mixed = Rows({L"b", L"a", L"C", L"10", L"9"}), numbers = Rows({L"10", L"9", L"-3", L"abc", L"12x"}),
-                     large = Rows({L"6000000000", L"5000000000", L"-5000000000", L"-6000000000", L"1.5", L"1.25", L"3"});
+                     tens = Rows({L"10", L"9", L"100"}),
+                     large = Rows({L"6000000000", L"5000000000", L"-5000000000", L"-6000000000", L"1.5", L"1.25", L"3"}),
+                     valued = L"<I id='r1' A='1' ASortDescValue='10'/><I id='r2' A='2'/><I id='r3' A='3' ASortValue='0'/>";
   const struct {
     const wchar_t* Cols;
     std::wstring Rows;
     const wchar_t *Sort, *Expected;
   } cases[] = {
-      {L"<C Name='A'/>", mixed, L"A", L"r4,r5,r2,r1,r3"},  // texts, case folded
-      {L"<C Name='A'/>", mixed, L"-A", L"r3,r1,r2,r5,r4"},
-      {L"<C Name='A' CaseSensitive='1'/>", Rows({L"b", L"a", L"C"}), L"A", L"r3,r2,r1"},
-      // abc counts as 0, 12x as 12
-      {L"<C Name='A' Type='Int'/>", numbers, L"A", L"r3,r4,r2,r1,r5"},
-      {L"<C Name='A' Type='Float'/>", numbers, L"A", L"r3,r4,r2,r1,r5"},
-      {L"<C Name='A' Type='Date'/>", numbers, L"A", L"r3,r4,r2,r1,r5"},
-      {L"<C Name='A' Type='Int' NumberSort='0'/>", Rows({L"10", L"9", L"100"}), L"A", L"r1,r3,r2"},
-      {L"<C Name='A' NumberSort='1'/>", Rows({L"10", L"9", L"100"}), L"A", L"r2,r1,r3"},
+      {L"", mixed, L"A", L"r4,r5,r2,r1,r3"}, {L"", mixed, L"-A", L"r3,r1,r2,r5,r4"},  // texts, case folded
+      {L"CaseSensitive='1'", Rows({L"b", L"a", L"C"}), L"A", L"r3,r2,r1"},
+      {L"Type='Int'", numbers, L"A", L"r3,r4,r2,r1,r5"},  // abc counts as 0, 12x as 12
+      {L"Type='Float'", numbers, L"A", L"r3,r4,r2,r1,r5"}, {L"Type='Date'", numbers, L"A", L"r3,r4,r2,r1,r5"},
+      {L"Type='Int' NumberSort='0'", tens, L"A", L"r1,r3,r2"}, {L"NumberSort='1'", tens, L"A", L"r2,r1,r3"},
       // Numbers share their leading key and differ by value.
-      {L"<C Name='A' Type='Float'/>", large, L"A", L"r4,r3,r6,r5,r7,r2,r1"},
-      {L"<C Name='A' Type='Float'/>", large, L"-A", L"r1,r2,r7,r5,r6,r3,r4"},
+      {L"Type='Float'", large, L"A", L"r4,r3,r6,r5,r7,r2,r1"}, {L"Type='Float'", large, L"-A", L"r1,r2,r7,r5,r6,r3,r4"},
       // As text, floats appear as their decimal form.
-      {L"<C Name='A' NumberSort='0'/>", Rows({L"2.5", L"10.75", L"-1"}), L"A", L"r3,r2,r1"},
-      // Sort values replace the cell.
-      {L"<C Name='A' Type='Int'/>", L"<I id='r1' A='1' ASortDescValue='10'/><I id='r2' A='2'/><I id='r3' A='3' ASortValue='0'/>",
-       L"A", L"r3,r1,r2"},
-      {L"<C Name='A' Type='Int'/>", L"<I id='r1' A='1' ASortDescValue='10'/><I id='r2' A='2'/><I id='r3' A='3' ASortValue='0'/>",
-       L"-A", L"r1,r2,r3"},
-      {L"<C Name='A' WhiteChars='- '/>", Rows({L"b-1", L"a 2", L"-c", L"- a"}), L"A", L"r4,r2,r1,r3"},
-      {L"<C Name='A' CharCodes='|a|z|Z|z'/>", Rows({L"a", L"b", L"y", L"Za"}), L"A", L"r2,r3,r1,r4"},
+      {L"NumberSort='0'", Rows({L"2.5", L"10.75", L"-1"}), L"A", L"r3,r2,r1"},
+      {L"Type='Int'", valued, L"A", L"r3,r1,r2"}, {L"Type='Int'", valued, L"-A", L"r1,r2,r3"},  // sort values
+      {L"WhiteChars='- '", Rows({L"b-1", L"a 2", L"-c", L"- a"}), L"A", L"r4,r2,r1,r3"},
+      {L"CharCodes='|a|z|Z|z'", Rows({L"a", L"b", L"y", L"Za"}), L"A", L"r2,r3,r1,r4"},
   };
   for (auto& c : cases) {
-    Create(c.Cols, c.Rows);
+    Create(L"<C Name='A' " + std::wstring(c.Cols) + L"/>", c.Rows);
     EXPECT_EQ(SortBy(c.Sort), c.Expected) << c.Cols << " " << c.Sort;
   }
 }
@@ -161,25 +154,28 @@ TEST_F(SortTest, UpdateSortReportsChanges) {
 
 TEST(SortHelpers, CopySortStringAndCmpStr) {
   TTestGrid grid;
-  wchar_t dest[8];
-  int* white = grid.GetWhiteChars(L" -");
-  CopySortString(dest, L"a b-c d-e f", 5, SortWhite, nullptr, white, nullptr);
-  EXPECT_STREQ(dest, L"abcde");
-  CopySortString(dest, L"a b-c", 7, 0, nullptr, white, nullptr);
-  EXPECT_STREQ(dest, L"a b-c");
-  CopySortString(dest, L"ABCDEFGHIJ", 3, SortNoCase, nullptr, nullptr, nullptr);
-  EXPECT_STREQ(dest, L"abc");
-  CopySortString(dest, L"AbA", 7, SortNoCase, nullptr, nullptr, grid.GetCharCodes(L",A,q"));
-  EXPECT_STREQ(dest, L"qbq");
-
   std::vector<unsigned long long> table(65536);
   table[L'a'] = 0x0001000200030004ULL;
-  table[L'B'] = 0x0042000000000000ULL;  // one unit; the case is kept
-  table[L'x'] = 0;                      // vanishes
-  CopySortString(dest, L"xBaBa", 7, SortLocale | SortNoCase, table.data(), nullptr, nullptr);
-  EXPECT_STREQ(dest, L"\x42\x01\x02\x03\x04\x42\x01");
-  CopySortString(dest, L"xBaBa", 7, SortNoCase, table.data(), nullptr, nullptr);
-  EXPECT_STREQ(dest, L"xbaba");
+  table[L'B'] = 0x0042000000000000ULL;  // one unit; the case is kept; x vanishes
+  auto copy = [&](const wchar_t* text, int max, int flags, int* white = nullptr, unsigned short* codes = nullptr) {
+    wchar_t dest[8];
+    CopySortString(dest, text, max, flags, table.data(), white, codes);
+    return std::wstring(dest);
+  };
+  int* white = grid.GetWhiteChars(L" -");
+  EXPECT_EQ(copy(L"a b-c d-e f", 5, SortWhite, white), L"abcde");
+  EXPECT_EQ(copy(L"a b-c", 7, 0, white), L"a b-c");
+  EXPECT_EQ(copy(L"ABCDEFGHIJ", 3, SortNoCase), L"abc");
+  EXPECT_EQ(copy(L"AbA", 7, SortNoCase, nullptr, grid.GetCharCodes(L",A,q")), L"qbq");
+  // Only the first character of a pair counts; a source without a target, or
+  // a target alone, maps nothing.
+  EXPECT_EQ(copy(L"abce|", 7, SortNoCase, nullptr, grid.GetCharCodes(L"|a|b|cc|dd|e")), L"bbde|");
+  // Characters beyond 16 bits are cut to their low 16: no index past a table.
+  EXPECT_EQ(copy(L"xAx", 7, SortNoCase, nullptr, grid.GetCharCodes(L";x;;\x10041;y")), L"xyx");
+  EXPECT_EQ(copy(L"a Ab", 7, SortWhite, grid.GetWhiteChars(L"A\x10020")), L"ab");
+  EXPECT_TRUE(!grid.GetCharCodes(nullptr) && !grid.GetCharCodes(L"") && !grid.GetWhiteChars(L""));
+  EXPECT_EQ(copy(L"xBaBa", 7, SortLocale | SortNoCase), L"\x42\x01\x02\x03\x04\x42\x01");
+  EXPECT_EQ(copy(L"xBaBa", 7, SortNoCase), L"xbaba");
   std::vector<wchar_t> big(3000, 0);
   CopySortString(big.data(), std::wstring(2500, L'a').c_str(), 2000, SortLocale, table.data(), nullptr, nullptr);
   EXPECT_EQ(wcslen(big.data()), 2000u);
@@ -193,26 +189,6 @@ TEST(SortHelpers, CopySortStringAndCmpStr) {
     int Result;
   } cmp[] = {{L"aA", L"Aa", 0}, {L"a", L"b", 1}, {L"c", L"b", -1}, {L"a", L"aa", -1}, {L"ab", L"a", 1}, {L"", L"", 0}};
   for (auto& c : cmp) EXPECT_EQ(CmpStr(c.A, c.B, table.data()), c.Result) << c.A << " " << c.B;
-}
-
-TEST(SortHelpers, CharCodesAndWhiteCharsTables) {
-  TTestGrid grid;
-  EXPECT_EQ(grid.GetCharCodes(nullptr), nullptr);
-  EXPECT_EQ(grid.GetCharCodes(L""), nullptr);
-  EXPECT_EQ(grid.GetWhiteChars(L""), nullptr);
-  unsigned short* codes = grid.GetCharCodes(L"|a|b|cc|dd|e");
-  EXPECT_EQ(codes[L'a'], L'b');
-  EXPECT_EQ(codes[L'c'], L'd');
-  EXPECT_EQ(codes[L'e'] | codes[L'b'] | codes[L'|'], 0);  // a source with nothing behind it
-  EXPECT_EQ(grid.GetCharCodes(L"|a|b|cc|dd|e"), codes);
-  codes = grid.GetCharCodes(L";x;;\x10041;y");
-  EXPECT_EQ(codes[L'x'], 0);
-  EXPECT_EQ(codes[0x41], L'y');
-
-  int* white = grid.GetWhiteChars(L"A\x10020");
-  EXPECT_EQ(white[L'A' >> 5], 1 << (L'A' & 31));
-  EXPECT_EQ(white[0x20 >> 5], 1);
-  EXPECT_EQ(grid.GetWhiteChars(L"A\x10020"), white);
 }
 
 }  // namespace
