@@ -64,8 +64,9 @@ TEST_F(DateFormatTest, TextsOfTheFormatElement) {
   const double t = Ms(2005, 3, 7, 15), am = Ms(2005, 3, 7, 9), sunday = Ms(1970, 1, 4), saturday = Ms(1970, 1, 3);
   TNode* f = Format();
   Check({{t, L"yyyy/MM/dd HH:mm", L"20050307 1504"}, {t, L"tt", L""}});  // no separators, no designators
-  Set(f, {{L"DateSeparator", L"-x"}, {L"TimeSeparator", L"."}, {L"AMDesignator", L"vorm."}, {L"PMDesignator", L"nachm."}});
-  Set(f, {{L"ShortDayNames", L"Su,Mo,Tu,We,Th,Fr,Sa"}, {L"LongDayNames", L"Sunday,,Tuesday"}, {L"ShortMonthNames", L"Jan,Feb"}});
+  Set(f, {{L"DateSeparator", L"-x"}, {L"TimeSeparator", L"."}, {L"AMDesignator", L"vorm."},
+          {L"PMDesignator", L"nachm."}, {L"ShortDayNames", L"Su,Mo,Tu,We,Th,Fr,Sa"},
+          {L"LongDayNames", L"Sunday,,Tuesday"}, {L"ShortMonthNames", L"Jan,Feb"}});
   Set(f, {{L"d", L"dd/MM/yy"}, {L"g", L"yyyy"}, {L"x", L"y"}, {L"e", L""}});
   f->SetInt(L"n", 1234);
   Check({{t, L"yyyy/MM/dd HH:mm", L"2005-03-07 15.04"}, {t, L"tt|t", L"vorm.|v"}, {am, L"tt|t", L"nachm.|n"},
@@ -83,7 +84,8 @@ TEST_F(DateFormatTest, LongTextsAreCutAndFarValuesGiveNone) {
   Set(Format(), {{L"LongMonthNames", (L"a,b," + name).c_str()}, {L"AMDesignator", name.c_str()}});
   EXPECT_EQ(std::wstring(row->DateToString(t, L"yyyy MMMM")), L"2005 " + name.substr(0, TDataFormat::DateLength - 5));
   EXPECT_EQ(std::wstring(row->DateToString(t, L"tt MMMM")), name.substr(0, TDataFormat::DateLength));
-  for (double v : {(double)NAN, (double)INFINITY, (double)-INFINITY, 1e300, 9.3e18, -9.3e18}) EXPECT_STREQ(row->DateToString(v, L"yyyy"), L"");
+  for (double v : {(double)NAN, (double)INFINITY, (double)-INFINITY, 1e300, 9.3e18, -9.3e18})
+    EXPECT_STREQ(row->DateToString(v, L"yyyy"), L"") << v;
   tree.TimeZone = 120 * 60000;  // kept on the tree, never applied
   EXPECT_STREQ(row->DateToString(Ms(2005, 3, 7, 23), L"dd HH"), L"07 23");
 }
@@ -161,8 +163,8 @@ TEST_F(DateFormatTest, AgreesWithTheCLibraryOnRandomInstants) {
     names[2] += (i ? L"," : L"") + format("%b", month), names[3] += (i ? L"," : L"") + format("%B", month);
   }
   TNode* f = Format();
-  Set(f, {{L"ShortDayNames", names[0].c_str()}, {L"LongDayNames", names[1].c_str()}, {L"ShortMonthNames", names[2].c_str()},
-          {L"LongMonthNames", names[3].c_str()}, {L"DateSeparator", L"/"}, {L"TimeSeparator", L":"}});
+  Set(f, {{L"ShortDayNames", names[0].c_str()}, {L"LongDayNames", names[1].c_str()}, {L"DateSeparator", L"/"},
+          {L"ShortMonthNames", names[2].c_str()}, {L"LongMonthNames", names[3].c_str()}, {L"TimeSeparator", L":"}});
 
   uint64_t state = 0x9E3779B97F4A7C15ull;
   const uint64_t end = (uint64_t)DaysFromCivil(2100, 1, 1) * 86400;

@@ -6,9 +6,7 @@ namespace {
 using FormatTest = CellTest;
 
 TEST_F(FormatTest, CellTextByType) {
-  const struct {
-    const wchar_t *Type, *Format, *Value, *Text;
-  } cases[] = {
+  const wchar_t* cases[][4] = {  // type, format, value, text
       {L"Bool", nullptr, L"7", L"1"},        {L"Bool", nullptr, nullptr, L"0"},
       {L"Bool", L";No;Yes", L"1", L"Yes"},   {L"Boolean", L";No;Yes", L"5", L""},
       {L"Bool", L";No;Yes", L"-1", L""},     {L"Int", L";x", nullptr, L"0"},
@@ -23,9 +21,9 @@ TEST_F(FormatTest, CellTextByType) {
   };
   tree.GetIndex(L"C", 1);
   for (const auto& c : cases) {
-    Set(def, {{L"CType", c.Type}, {L"CFormat", c.Format}});
-    Set(row, {{L"C", c.Value}});
-    EXPECT_EQ(Cell(), c.Text) << (c.Type ? c.Type : L"-") << " " << (c.Value ? c.Value : L"-");
+    Set(def, {{L"CType", c[0]}, {L"CFormat", c[1]}});
+    Set(row, {{L"C", c[2]}});
+    EXPECT_EQ(Cell(), c[3]) << (c[0] ? c[0] : L"-") << " " << (c[2] ? c[2] : L"-");
   }
   Set(def, {{L"CType", L"Text"}, {L"CFormat", nullptr}});
   EXPECT_EQ(row->GetStringFormat(L"C", -1), row->GetString(L"C"));  // no format: the stored text itself
@@ -71,9 +69,10 @@ TEST_F(FormatTest, FormatStringCasePrefixSuffix) {
   EXPECT_NE(row->FormatString(text, L";"), text);  // any format: a new block
   // Formats that end at item 1, at a separator, or at item 0 are read from
   // blocks of their exact size.
-  const wchar_t* cases[][2] = {{L";1;x", L"xmixed"},    {L";1;", L"mixed"},   {L";2", L"MIXED"},   {L";", L"MiXed"},
-                               {L";2;;!", L"MIXED!"},   {L"-3-(-)-", L"(MiXed)"}, {L";2;[;];x", L"[MIXED]"},
-                               {L"; +02;<", L"<MIXED"}, {L";-1;<", L"<MiXed"}, {L";12", L"MiXed"}, {L";1x;<", L"<mixed"}};
+  const wchar_t* cases[][2] = {{L";1;x", L"xmixed"},   {L";1;", L"mixed"},      {L";2", L"MIXED"},
+                               {L";", L"MiXed"},       {L";2;;!", L"MIXED!"},   {L"-3-(-)-", L"(MiXed)"},
+                               {L";2;[;];x", L"[MIXED]"}, {L"; +02;<", L"<MIXED"}, {L";-1;<", L"<MiXed"},
+                               {L";12", L"MiXed"},     {L";1x;<", L"<mixed"}};
   for (auto& c : cases) EXPECT_STREQ(row->FormatString(text, Exact(c[0]).data()), c[1]) << c[0];
 }
 
@@ -93,16 +92,17 @@ TEST_F(FormatTest, ListItemsIndexesAndWildcards) {
     const wchar_t *List, *Item;
     wchar_t Separator;
     int Index;
-  } indexes[] = {{L"a,bc,d", L"bc", L',', 1}, {L"a,bc,d", L"d", L',', 2},  {L"a,bc,d", L"b", L',', -1},
-                 {L"a,bc,d", L"bcd", L',', -1}, {L"a,bc", L"", L',', -1}, {nullptr, L"a", L',', -1}, {L"ab", L"b", 0, -1}};
+  } indexes[] = {{L"a,bc,d", L"bc", L',', 1},   {L"a,bc,d", L"d", L',', 2}, {L"a,bc,d", L"b", L',', -1},
+                 {L"a,bc,d", L"bcd", L',', -1}, {L"a,bc", L"", L',', -1},   {nullptr, L"a", L',', -1},
+                 {L"ab", L"b", 0, -1}};
   for (auto& c : indexes) EXPECT_EQ(TDataFormat::GetArrayIndex(c.List, c.Item, c.Separator), c.Index) << c.Item;
 
   const struct {
     const wchar_t *Pattern, *Text;
     bool Match;
-  } wildcards[] = {{L"a*c", L"abbc", true},  {L"a?c", L"ac", false},       {L"a?c", L"abc", true},  {L"*", L"", true},
-                   {L"**", L"", true},       {L"", L"", true},             {L"", L"a", false},      {L"a", L"ab", false},
-                   {L"A*", L"abc", false},   {L"*ab", L"aab", true},       {L"*x?", L"xxxy", true}, {L"ab*", L"ab", true},
+  } wildcards[] = {{L"a*c", L"abbc", true}, {L"a?c", L"ac", false},  {L"a?c", L"abc", true}, {L"*", L"", true},
+                   {L"**", L"", true},      {L"", L"", true},        {L"", L"a", false},     {L"a", L"ab", false},
+                   {L"A*", L"abc", false},  {L"*ab", L"aab", true},  {L"*x?", L"xxxy", true}, {L"ab*", L"ab", true},
                    {L"a*b*c", L"axbxbyc", true}, {L"a*b*c", L"axbxbyd", false}};
   for (auto& c : wildcards) EXPECT_EQ(TDataFormat::WCmp(c.Pattern, c.Text), c.Match) << c.Pattern << " " << c.Text;
 }

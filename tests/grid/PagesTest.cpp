@@ -29,8 +29,10 @@ protected:
   // an absent attribute shows as "-".
   static std::wstring Names(TNode* page) {
     std::wstring s;
-    for (int i = 0; i < 9; i++)
-      s += (i % 3 ? L"," : i ? L"/" : L"") + Attr(page, (L"Name" + std::to_wstring(i / 3) + std::to_wstring(i % 3)).c_str());
+    for (int i = 0; i < 9; i++) {
+      const std::wstring name = L"Name" + std::to_wstring(i / 3) + std::to_wstring(i % 3);
+      s += (i % 3 ? L"," : i ? L"/" : L"") + Attr(page, name.c_str());
+    }
     return s;
   }
   std::wstring AllNames() {
@@ -141,7 +143,9 @@ TEST_F(PagesTest, NamesFromTheSortColumns) {
       {{L"B='100000001' L='100000001'", L"B='100000002' L='100000002'", L"B='100099999' L='100099999'"},
        {L"B"},
        L",,/100000001,,/100000002,, 100099999,,/,,/,,"},
-      {{L"L='100000001'", L"L='100000002'", L"L='100099999'"}, {L"L"}, L",,/100000001,,/10000,, ,,/10009,,/100099999,,"},
+      {{L"L='100000001'", L"L='100000002'", L"L='100099999'"},
+       {L"L"},
+       L",,/100000001,,/10000,, ,,/10009,,/100099999,,"},
       // Values common to a page under a leading sort column go to Name<x>0.
       {{L"G='Oslo' A='Anderson'", L"G='Oslo' A='Bertil'", L"G='Oslo' A='Carla'", L"G='Riga' A='Dan'"},
        {L"G", L"A"},
@@ -183,8 +187,8 @@ TEST_F(PagesTest, NamesSurviveTheScratchRingComingRound) {
   grid->CreatePages();
   int n = 0;
   for (TNode* page = Page(0); page; page = page->Next, n++) {
-    std::wstring expected = L",,/" + std::to_wstring(1000000 + 2 * n) + L",,/" + std::to_wstring(1000001 + 2 * n) + L",,";
-    ASSERT_EQ(Names(page), expected) << n;
+    const std::wstring first = std::to_wstring(1000000 + 2 * n), second = std::to_wstring(1000001 + 2 * n);
+    ASSERT_EQ(Names(page), L",,/" + first + L",,/" + second + L",,") << n;
   }
   EXPECT_EQ(n, 3000);
 }

@@ -30,15 +30,13 @@ std::wstring Rows(std::initializer_list<const wchar_t*> values) {
 }
 
 TEST_F(SortTest, ColumnTypesAndOptions) {
-  const std::wstring mixed = Rows({L"b", L"a", L"C", L"10", L"9"}), numbers = Rows({L"10", L"9", L"-3", L"abc", L"12x"}),
-                     tens = Rows({L"10", L"9", L"100"}),
-                     large = Rows({L"6000000000", L"5000000000", L"-5000000000", L"-6000000000", L"1.5", L"1.25", L"3"}),
-                     valued = L"<I id='r1' A='1' ASortDescValue='10'/><I id='r2' A='2'/><I id='r3' A='3' ASortValue='0'/>";
-  const struct {
-    const wchar_t* Cols;
-    std::wstring Rows;
-    const wchar_t *Sort, *Expected;
-  } cases[] = {
+  const std::wstring mixed = Rows({L"b", L"a", L"C", L"10", L"9"}), tens = Rows({L"10", L"9", L"100"}),
+                     numbers = Rows({L"10", L"9", L"-3", L"abc", L"12x"}),
+                     large = Rows({L"6000000000", L"5000000000", L"-5000000000", L"-6000000000", L"1.5", L"1.25",
+                                   L"3"}),
+                     valued = L"<I id='r1' A='1' ASortDescValue='10'/><I id='r2' A='2'/>"
+                              L"<I id='r3' A='3' ASortValue='0'/>";
+  const std::wstring cases[][4] = {  // column options, rows, sort, ids in order
       {L"", mixed, L"A", L"r4,r5,r2,r1,r3"}, {L"", mixed, L"-A", L"r3,r1,r2,r5,r4"},  // texts, case folded
       {L"CaseSensitive='1'", Rows({L"b", L"a", L"C"}), L"A", L"r3,r2,r1"},
       {L"Type='Int'", numbers, L"A", L"r3,r4,r2,r1,r5"},  // abc counts as 0, 12x as 12
@@ -53,8 +51,8 @@ TEST_F(SortTest, ColumnTypesAndOptions) {
       {L"CharCodes='|a|z|Z|z'", Rows({L"a", L"b", L"y", L"Za"}), L"A", L"r2,r3,r1,r4"},
   };
   for (auto& c : cases) {
-    Create(L"<C Name='A' " + std::wstring(c.Cols) + L"/>", c.Rows);
-    EXPECT_EQ(SortBy(c.Sort), c.Expected) << c.Cols << " " << c.Sort;
+    Create(L"<C Name='A' " + c[0] + L"/>", c[1]);
+    EXPECT_EQ(SortBy(c[2].c_str()), c[3]) << c[0] << " " << c[2];
   }
 }
 
