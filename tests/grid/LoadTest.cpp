@@ -65,8 +65,9 @@ TEST_F(LoadTest, TextsAndFilesMergeInOrderUpToTheFirstFailure) {
 
 TEST_F(LoadTest, MissingSectionsAndDefaultsAreMadeAndColumnsMergeByName) {
   Create(L"<Grid><Cols><C Name='A'/></Cols></Grid>");
-  EXPECT_EQ(Xml(grid->Tree->Root), L"<Grid><IO/><Cols><C Name=\"A\" Type=\"Text\"/></Cols><Body><B CDef=\"R\"/></Body>"
-                                   L"<Cfg/><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\" AType=\"Text\"/></Def></Grid>");
+  EXPECT_EQ(Xml(grid->Tree->Root),
+            L"<Grid><IO/><Cols><C Name=\"A\" Type=\"Text\"/></Cols><Body><B CDef=\"R\"/></Body><Cfg/><Def>"
+            L"<D Name=\"C\" Type=\"Text\"/><D Name=\"R\" AType=\"Text\"/></Def></Grid>");
   EXPECT_EQ(grid->IO, grid->Tree->Root->FirstChild);
 
   Create({L"<Grid><LeftCols><C Name='L' W='1'/></LeftCols><Cols><C Name='A' W='1' X='1'/><C Name='B'/></Cols></Grid>",
@@ -74,8 +75,8 @@ TEST_F(LoadTest, MissingSectionsAndDefaultsAreMadeAndColumnsMergeByName) {
   EXPECT_EQ(Xml(grid->Tree->Root),
             L"<Grid><IO/><LeftCols><C Name=\"L\" W=\"2\" Type=\"Text\"/></LeftCols><Cols><C Name=\"A\" W=\"2\" X=\"1\" "
             L"Type=\"Text\"/><C Name=\"B\" Type=\"Text\"/><C Name=\"N\" Type=\"Text\"/></Cols><Body><B CDef=\"R\"/>"
-            L"</Body><Cfg/><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\" LType=\"Text\" AType=\"Text\" BType=\"Text\" "
-            L"NType=\"Text\"/></Def></Grid>");
+            L"</Body><Cfg/><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\" LType=\"Text\" AType=\"Text\" "
+            L"BType=\"Text\" NType=\"Text\"/></Def></Grid>");
   std::wstring order;
   for (int i = 0; i < grid->Cols.GetCount(); i++) order += grid->Cols.GetNode(i)->GetString(L"Name");
   EXPECT_EQ(order, L"LABN");
@@ -108,8 +109,9 @@ TEST_F(LoadTest, RepeatedOrdinarySectionKeepsOnlyItsFirstChild) {
   Create({L"<Grid><Custom a='1' b='1'><P id='p1'/></Custom><Body><B><I id='r1'/></B></Body></Grid>",
           L"<Grid><Custom b='2'><P id='p2'/><P id='p3'/></Custom><Body><B><I id='r2'/></B></Body></Grid>"});
   EXPECT_EQ(Xml(grid->Tree->Root),
-            L"<Grid><IO/><Custom a=\"1\" b=\"2\"><P id=\"p1\"/><P id=\"p2\"/></Custom><Body><B CDef=\"R\"><I id=\"r1\"/>"
-            L"</B><B><I id=\"r2\"/></B></Body><Cfg/><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\"/></Def></Grid>");
+            L"<Grid><IO/><Custom a=\"1\" b=\"2\"><P id=\"p1\"/><P id=\"p2\"/></Custom><Body><B CDef=\"R\">"
+            L"<I id=\"r1\"/></B><B><I id=\"r2\"/></B></Body><Cfg/><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\"/>"
+            L"</Def></Grid>");
   EXPECT_EQ(Row(L"p3"), nullptr);
 }
 

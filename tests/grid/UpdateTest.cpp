@@ -21,7 +21,8 @@ protected:
 };
 
 TEST_F(UpdateTest, AddCfgMergesSectionsAndCopiesNewOnes) {
-  Create(L"<Grid><Cfg A='1'><X/></Cfg><Body><B><I id='1'/></B></Body></Grid>");
+  Create(L"<Grid><Cfg A='1' TimeZone='60'><X/></Cfg><Body><B><I id='1'/></B></Body></Grid>");
+  EXPECT_EQ(grid->Tree->TimeZone, 0);  // not read at load
   // Nothing, or text that does not parse, changes nothing.
   grid->Calls.clear();
   EXPECT_TRUE(grid->AddCfg(static_cast<const wchar_t*>(nullptr)));
@@ -30,20 +31,17 @@ TEST_F(UpdateTest, AddCfgMergesSectionsAndCopiesNewOnes) {
   EXPECT_EQ(grid->Calls, L"");
   EXPECT_EQ(grid->Cfg->GetInt(L"A"), 1);
 
-  ASSERT_TRUE(grid->AddCfg(L"<Grid><Cfg A='2' B='3'><Y/></Cfg><IO Session='s1'/><Extra k='v'><Z/></Extra>"
-                           L"<Body><B><I id='zz'/></B></Body><Changes><I id='c'/></Changes></Grid>"));
-  EXPECT_EQ(Xml(grid->Cfg), L"<Cfg A=\"2\" B=\"3\"><X/><Y/></Cfg>");
-  EXPECT_EQ(grid->Session, L"s1");
-  EXPECT_EQ(grid->Calls, L"CopySession,");
-  EXPECT_EQ(Xml(grid->Tree->Root->LastChild), L"<Extra k=\"v\"><Z/></Extra>");
+  // Body rows and the log of changes stay out.
+  ASSERT_TRUE(grid->AddCfg(L"<Grid><Cfg A='2' B='3' Paging='3' ChildPaging='3'><Y/></Cfg><IO Session='s1'/>"
+                           L"<Extra k='v'><Z/></Extra><Body><B><I id='zz'/></B></Body><Changes><I id='c'/></Changes>"
+                           L"</Grid>"));
+  EXPECT_EQ(Xml(grid->Tree->Root),
+            L"<Grid><IO Session=\"s1\"/><Cfg A=\"2\" TimeZone=\"60\" B=\"3\" Paging=\"3\" ChildPaging=\"3\"><X/><Y/>"
+            L"</Cfg><Body><B CDef=\"R\"><I id=\"1\"/></B></Body><Def><D Name=\"C\" Type=\"Text\"/><D Name=\"R\"/>"
+            L"</Def><Extra k=\"v\"><Z/></Extra></Grid>");
+  EXPECT_EQ(grid->Session + L" " + grid->Calls, L"s1 CopySession,");
   EXPECT_EQ(Row(L"zz"), nullptr);
-  EXPECT_EQ(grid->Tree->Root->GetChildByName(L"Changes", false), nullptr);
-}
-
-TEST_F(UpdateTest, AddCfgRefreshesPagingAndTimeZone) {
-  Create(L"<Grid><Cfg TimeZone='60'/></Grid>");
-  EXPECT_EQ(grid->Tree->TimeZone, 0);  // not read at load
-  grid->AddCfg(L"<Grid><Cfg Paging='3' ChildPaging='3'/></Grid>");
+  // Paging and the time zone are read again.
   EXPECT_TRUE(grid->ServerPaging && grid->ServerChildPaging);
   EXPECT_EQ(grid->Tree->TimeZone, 3600000);
   grid->AddCfg(L"<Grid><Cfg Paging='0' TimeZone='-99999999'/></Grid>");
