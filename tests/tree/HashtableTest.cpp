@@ -36,7 +36,6 @@ TEST_F(HashtableTest, LookupAndCreate) {
   EXPECT_EQ(Table.Buckets[0], 0u);
   EXPECT_EQ(Table.Get(L"ab", 1), 1);
   EXPECT_EQ(Table.Buckets[4161], 1u);  // 'b' + ('a' - 32) * 63 - 32
-
   // Every split finds the same key, which is stored whole.
   EXPECT_EQ(Table.Get(L"", L"ab", 0), 1);
   EXPECT_EQ(Table.Get(L"x", L"yz", 1), 2);
@@ -90,9 +89,7 @@ TEST_F(HashtableTest, GrowthKeepsNumbersKeysAndPoolShape) {
   const wchar_t* first = Table.GetKey(0);
   for (int i = 1; i < 31; i++) Table.Get(Name(i - 1).c_str(), L"", 1);
   // 8 + 10 * 12 + 7 * 16 = 240 cells; the next 16 reach 256 and open chunk 1.
-  EXPECT_EQ(Table.ChunkUsed, 13 * 16);
-  EXPECT_EQ(Table.ChunkLast, 1);
-  EXPECT_EQ(Table.Capacity, 32);
+  EXPECT_EQ(std::make_tuple(Table.ChunkUsed, Table.ChunkLast, Table.Capacity), std::make_tuple(13 * 16, 1, 32));
   for (int i = 31; i < 3000; i++) Table.Get(Name(i - 1).c_str(), 1);
   EXPECT_EQ(Table.Capacity, 4096);
   EXPECT_EQ(Table.GetKey(0), first);  // pool chunks never move
@@ -100,9 +97,7 @@ TEST_F(HashtableTest, GrowthKeepsNumbersKeysAndPoolShape) {
   // 301 characters are 1204 cells: chunks of 256, 512, 1024 and 2048.
   TProbeHash fresh(255);
   EXPECT_EQ(fresh.Get(std::wstring(300, L'k').c_str(), 1), 0);
-  EXPECT_EQ(fresh.ChunkLast, 3);
-  EXPECT_EQ(fresh.ChunkSize, 2048);
-  EXPECT_EQ(fresh.ChunkUsed, 1204);
+  EXPECT_EQ(std::make_tuple(fresh.ChunkLast, fresh.ChunkSize, fresh.ChunkUsed), std::make_tuple(3, 2048, 1204));
   // As if all 30 chunks were taken, or the next one were beyond 2^30 cells.
   TProbeHash full(255);
   std::tie(full.ChunkLast, full.ChunkSize, full.ChunkUsed) = std::make_tuple(29, 256, 250);
@@ -121,9 +116,8 @@ TEST_F(IndextableTest, ModesGiveSlotsInTwoSpaces) {
   EXPECT_EQ(Names.GetIndex(nullptr, 3), -1);
   const wchar_t* fixed[] = {L"#Name", L"#Type", L"#Text", L"id", L"Expanded", L"Def"};
   for (int i = 0; i < 6; i++) EXPECT_EQ(Names.GetIndex(fixed[i], 3), i << 16 | i);
-  int layout = Names.GetIndex(L"Width", 1);
-  EXPECT_EQ(layout, int(0xFFFF0006));
-  EXPECT_EQ(Names.GetName(layout, 2), nullptr);  // absent in FSpec form
+  EXPECT_EQ(Names.GetIndex(L"Width", 1), int(0xFFFF0006));
+  EXPECT_EQ(Names.GetName(0xFFFF0006, 2), nullptr);  // absent in FSpec form
   const int row = Names.GetIndex(L"Val", 2);
   EXPECT_EQ(row, 0x0006FFFF);
   EXPECT_EQ(Names.GetName(row, 1), nullptr);
@@ -146,17 +140,15 @@ TEST_F(IndextableTest, ModesGiveSlotsInTwoSpaces) {
 
 TEST_F(IndextableTest, EntriesAndSlotsRunOut) {
   const int maxSlot = TIndextable::MaxSlot, maxEntries = TIndextable::MaxEntries;
-  for (int i = 0; i < maxEntries; i++) {
-    // Past the last low slot a name is still entered, with no number.
+  // Past the last low slot a name is still entered, with no number.
+  for (int i = 0; i < maxEntries; i++)
     ASSERT_EQ(Names.GetIndex(Name(i).c_str(), 1), i <= maxSlot ? int(0xFFFF0000u | i) : -1) << i;
-  }
   EXPECT_EQ(Names.GetIndex(L"one too many", 3), -1);
   EXPECT_EQ(Names.GetCount(), maxEntries);
   // An entry above 32767 still gets and reads back a high slot.
-  int late = Names.GetIndex(L"n40000", 2);
-  EXPECT_EQ(late, 0x0000FFFF);
-  EXPECT_EQ(Names.GetIdx(late), 40000);
-  EXPECT_STREQ(Names.GetName(late, 0), L"n40000");
+  EXPECT_EQ(Names.GetIndex(L"n40000", 2), 0x0000FFFF);
+  EXPECT_EQ(Names.GetIdx(0x0000FFFF), 40000);
+  EXPECT_STREQ(Names.GetName(0x0000FFFF, 0), L"n40000");
   for (int i = 0; i < maxSlot; i++) Names.GetIndex(Name(i).c_str(), 2);
   EXPECT_EQ(Names.GetIndex(L"n0", 0), 1 << 16);
   // The high space is full: the low half stays as it was.
