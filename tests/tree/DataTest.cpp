@@ -104,8 +104,7 @@ TEST_F(DataTest, SlotTableGrowsByFoursAndWidensOnce) {
 }
 
 TEST_F(DataTest, RowReadsItsOwnHalfAndOneLevelOfBase) {
-  TNode* def = Make(L"D");
-  TNode* row = Make(L"I", def, true);
+  TNode *def = Make(L"D"), *row = Make(L"I", def, true);
   def->SetInt(L"X", 5);  // a layout record gives the name a low slot only
   const int x = tree.GetIndex(L"X", 0);
   EXPECT_EQ(x >> 16 & 0xFFFF, 0xFFFF);
@@ -182,27 +181,23 @@ TEST_F(DataTest, BufferFormCutsLongStringsOnly) {
 
 TEST_F(DataTest, ScratchRingWrapsToItsStart) {
   TNode* n = Make();
-  wchar_t* start = tree.Tmp;
-  tree.TmpPos = start;
-  EXPECT_EQ(n->GetTmp(100), start);
-  EXPECT_EQ(n->GetTmp(10), start + 101);
-  EXPECT_EQ(tree.TmpPos, start + 112);
-  // The call that reaches the end mark gets the start; so does the next one.
-  EXPECT_EQ(n->GetTmp(16300), start);
-  EXPECT_EQ(tree.TmpPos, start);
-  EXPECT_EQ(n->GetTmp(5), start);
-  EXPECT_EQ(n->GetTmp(5), start + 6);
-  tree.TmpPos = start;
-  EXPECT_EQ(n->GetTmp(TTree::TmpSize - 2), start);  // one cell short of the mark
-  EXPECT_EQ(tree.TmpPos, start + TTree::TmpSize - 1);
-  tree.TmpPos = start;
-  EXPECT_EQ(n->GetTmp(TTree::TmpSize - 1), start);  // exactly up to the mark
-  EXPECT_EQ(tree.TmpPos, start);
+  const int size = TTree::TmpSize;
+  // {from the start, length, offset returned, offset after}: the call that
+  // reaches the end mark gets the start, and so does the next one.
+  const struct { bool reset; int length, at, after; } steps[] = {
+      {true, 100, 0, 101}, {false, 10, 101, 112}, {false, 16300, 0, 0}, {false, 5, 0, 6}, {false, 5, 6, 12},
+      {true, size - 2, 0, size - 1},  // one cell short of the mark
+      {true, size - 1, 0, 0},         // exactly up to the mark
+  };
+  for (const auto& k : steps) {
+    if (k.reset) tree.TmpPos = tree.Tmp;
+    EXPECT_EQ(n->GetTmp(k.length) - tree.Tmp, k.at) << k.length;
+    EXPECT_EQ(tree.TmpPos - tree.Tmp, k.after) << k.length;
+  }
 }
 
 TEST_F(DataTest, CompareNeedsEqualTypesAndValues) {
-  TNode* x = Make(L"x");
-  TNode* y = Make(L"y");
+  TNode *x = Make(L"x"), *y = Make(L"y");
   const int a = Idx(L"A"), b = Idx(L"B"), c = Idx(L"C"), items[1] = {1};
   EXPECT_TRUE(x->Compare(a, y, a));  // both absent
   x->SetInt(a, 7);
@@ -227,9 +222,7 @@ TEST_F(DataTest, CompareNeedsEqualTypesAndValues) {
 }
 
 TEST_F(DataTest, CopyModes) {
-  TNode* def = Make(L"D");
-  TNode* src = Make(L"S", def);
-  TNode* dst = Make(L"T");
+  TNode *def = Make(L"D"), *src = Make(L"S", def), *dst = Make(L"T");
   const int a = Idx(L"A"), b = Idx(L"B"), c = Idx(L"C"), d = Idx(L"D"), items[1] = {3};
   src->SetInt(a, 5);
   dst->SetString(a, L"x");
@@ -250,8 +243,7 @@ TEST_F(DataTest, CopyModes) {
 }
 
 TEST_F(DataTest, MergeCopiesFromTheIdUpward) {
-  TNode* src = Make(L"S");
-  TNode* dst = Make(L"T");
+  TNode *src = Make(L"S"), *dst = Make(L"T");
   const int a = Idx(L"A"), b = Idx(L"B"), c = Idx(L"C"), d = Idx(L"D2"), items[2] = {4, 5};
   src->SetString(IIdIndex, L"7");
   src->SetString(ITextIndex, L"text");
@@ -280,8 +272,7 @@ TEST_F(DataTest, MergeTranslatesNamesBetweenSpaces) {
   EXPECT_NE(tree.GetIndex(L"L", 0) >> 16 & 0xFFFF, 0xFFFF);
   // Names of a high-space source are looked up by the plain slot number, which
   // reads high slot 0: every value lands on the target's name, the last wins.
-  TNode* dst = Make(L"T");
-  TNode* hi = Make(L"I", nullptr, true);
+  TNode *dst = Make(L"T"), *hi = Make(L"I", nullptr, true);
   hi->SetString(Idx(L"H1"), L"first");
   hi->SetString(Idx(L"H2"), L"last");
   dst->Merge(hi, 1);

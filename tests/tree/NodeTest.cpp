@@ -28,10 +28,7 @@ protected:
 
 TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   TNode* r = tree.Root;
-  TNode* a = Add(r, L"a");
-  TNode* b = Add(r, L"b");
-  TNode* c = Add(r, L"c");
-  TNode* x = tree.CreateElement(L"x");
+  TNode *a = Add(r, L"a"), *b = Add(r, L"b"), *c = Add(r, L"c"), *x = tree.CreateElement(L"x");
   auto step = [&](TNode* got, TNode* node, const wchar_t* order) {
     EXPECT_EQ(got, node) << order;
     EXPECT_EQ(Order(r), order);
@@ -58,9 +55,7 @@ TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
 
 TEST_F(NodeTest, RemoveAndReplaceFollowTheChildsOwnParent) {
   TNode* r = tree.Root;
-  TNode* a = Add(r, L"a");
-  TNode* b = Add(r, L"b");
-  TNode* c = Add(r, L"c");
+  TNode *a = Add(r, L"a"), *b = Add(r, L"b"), *c = Add(r, L"c");
   a->SetId(L"1");
   TNode* loose = tree.CreateElement(L"l");
   EXPECT_EQ(r->RemoveChild(loose), nullptr);
@@ -70,8 +65,7 @@ TEST_F(NodeTest, RemoveAndReplaceFollowTheChildsOwnParent) {
   EXPECT_TRUE(Detached(b));
   EXPECT_EQ(r->RemoveChild(a), a);
   EXPECT_EQ(tree.GetElem(L"1"), a);  // the id stays registered
-  TNode* x = tree.CreateElement(L"x");
-  TNode* y = tree.CreateElement(L"y");
+  TNode *x = tree.CreateElement(L"x"), *y = tree.CreateElement(L"y");
   EXPECT_EQ(r->ReplaceChild(x, c), c);
   EXPECT_TRUE(Detached(c));
   EXPECT_EQ(r->ReplaceChild(y, c), nullptr);  // c is no longer a child
@@ -97,8 +91,7 @@ TEST_F(NodeTest, HasChildCountCountsDownVisibleChildren) {
 }
 
 TEST_F(NodeTest, CopiesKeepOrDropTheRecordsTies) {
-  TNode* def = Add(tree.Root, L"D");
-  TNode* row = Add(tree.Root, L"I");
+  TNode *def = Add(tree.Root, L"D"), *row = Add(tree.Root, L"I");
   row->Base = def;
   row->Flags |= FFiltered;
   row->SetId(L"6");
