@@ -2,6 +2,7 @@
 // widening, reading through to the base record, conversions, scratch ring,
 // comparison, copying and merging.
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "TreeTest.h"
