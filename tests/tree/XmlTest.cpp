@@ -222,18 +222,14 @@ TEST_F(XmlTest, LoadXmlResultCodes) {
 }
 
 TEST_F(XmlTest, WriterBasicForms) {
-  TTree t(L"a");
-  TNode* a = t.Root;
-  a->SetString(ITextIndex, L"text");
-  a->AppendChild(t.CreateElement(L"b"));
+  ASSERT_TRUE(Load(L"<a>text<b/></a>"));
   int length = -1;
-  wchar_t* s = static_cast<TNodeXml*>(a)->GetXml(&length, L"<p>", L"</p>", 0);
+  wchar_t* s = static_cast<TNodeXml*>(Root())->GetXml(&length, L"<p>", L"</p>", 0);
   EXPECT_EQ(std::wstring(s) + L"|" + std::to_wstring(length), L"<p><a><b/>text</a></p>|22");
   free(s);
-  TNode* nameless = t.CreateElement(nullptr);
-  nameless->SetString(L"x", L"1");
-  EXPECT_EQ(Xml(nameless), L"< x=\"1\"/>");
-  TNode::Delete(nameless);
+  ASSERT_TRUE(Load(L"text"));  // a nameless root
+  Root()->SetString(L"x", L"1");
+  EXPECT_EQ(Xml(Root()), L"< x=\"1\"/>");
 }
 
 TEST_F(XmlTest, CollapsedRowsAnnounceTheirChildren) {
@@ -280,14 +276,9 @@ TEST_F(XmlTest, FilteredChildrenAndTheFlagsMarker) {
 }
 
 TEST_F(XmlTest, AttributesGoOutInSlotOrderAsTheyAreStored) {
-  TTree t(L"a");
-  TNode* a = t.Root;
-  a->SetString(L"x", L"2");
-  a->SetString(L"#Work", L"w");  // internal names stay out
-  a->SetId(L"1");
-  a->SetString(IDefIndex, L"D");
-  a->SetInt(IExpandedIndex, 1);
-  EXPECT_EQ(Xml(a), L"<a id=\"1\" Expanded=\"1\" Def=\"D\" x=\"2\"/>");
+  ASSERT_TRUE(Load(L"<a y='0' x='2' Def='D' id='1' Expanded='1'/>"));
+  Root()->SetString(L"#Work", L"w");  // internal names stay out
+  EXPECT_EQ(Xml(Root()), L"<a id=\"1\" Expanded=\"1\" Def=\"D\" y=\"0\" x=\"2\"/>");
   ASSERT_TRUE(Load(L"<r><p y=\"1\" x=\"2\"/><q x=\"3\" y=\"4\"/></r>"));
   EXPECT_EQ(Xml(Root()), L"<r><p y=\"1\" x=\"2\"/><q y=\"4\" x=\"3\"/></r>");
   ASSERT_TRUE(Load(L"<a d=\"1.50\" e=\"0.123456\" f=\"-7\" g=\"1234567890\" h=\"\"/>"));
