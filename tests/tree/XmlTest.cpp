@@ -101,10 +101,6 @@ TEST_F(XmlTest, ValuesAreDecodedAndTypedByShape) {
     else
       EXPECT_EQ(Root()->GetDouble(index), wcstod(value, nullptr)) << cases[i].raw;
   }
-  const wchar_t* src = L"x&amp;yz";
-  wchar_t out[8] = L"#######";
-  EXPECT_EQ(TNodeXml::XmlToString(src, out, src + 7), out + 3);  // stops at the given end
-  EXPECT_EQ(std::wstring(out, 4), L"x&y#");
 }
 
 TEST_F(XmlTest, RecordIsBuiltAtItsExactSize) {
