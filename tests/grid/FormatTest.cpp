@@ -18,8 +18,11 @@ TEST_F(FormatTest, CellTextByType) {
       {L"Text", L";2;[;]", L"abC", L"[ABC]"}, {L"Lines", L";1;x", L"abC", L"xabc"},
       {L"TextArea", L"|0|<|>|not used", L"abC", L"<abC>"}, {L"int", nullptr, L"2.9", L"2.9"},
       {L"Html", L";2", L"abC", L"abC"},      {nullptr, nullptr, L"abC", L"abC"},
+      {L"Enum", nullptr, L"2", L"c"},        {L"Enum", nullptr, L"0", L"a"},
+      {L"Enum", nullptr, L"3", L""},         {L"Enum", nullptr, L"-1", L""},
   };
   tree.GetIndex(L"C", 1);
+  def->SetString(L"CEnum", L",a,b,c");
   for (const auto& c : cases) {
     Set(def, {{L"CType", c[0]}, {L"CFormat", c[1]}});
     Set(row, {{L"C", c[2]}});
@@ -38,14 +41,9 @@ TEST_F(FormatTest, CellTextByType) {
   EXPECT_EQ(Cell(), L"2.57");
 }
 
-TEST_F(FormatTest, EnumItemsAndRelatedLists) {
-  Set(def, {{L"CType", L"Enum"}, {L"CEnum", L",a,b,c"}});
-  const std::pair<int, const wchar_t*> items[] = {{2, L"c"}, {0, L"a"}, {3, L""}, {-1, L""}};
-  for (auto& item : items) {
-    row->SetInt(L"C", item.first);
-    EXPECT_EQ(Cell(), item.second) << item.first;
-  }
-  Set(def, {{L"CRelated", L"X,Y"}, {L"CEnum3_4", L"|p|q"}, {L"CEnum3_0", L"|none"}});
+TEST_F(FormatTest, RelatedColumnsChooseTheEnumList) {
+  Set(def, {{L"CType", L"Enum"}, {L"CEnum", L",a,b,c"}, {L"CRelated", L"X,Y"}, {L"CEnum3_4", L"|p|q"},
+            {L"CEnum3_0", L"|none"}});
   Set(row, {{L"C", L"1"}, {L"X", L"3"}, {L"Y", L"4"}});
   EXPECT_EQ(Cell(), L"q");
   Set(row, {{L"C", L"0"}, {L"Y", nullptr}});  // absent: 0
@@ -107,17 +105,20 @@ TEST_F(FormatTest, ListItemsIndexesAndWildcards) {
   for (auto& c : wildcards) EXPECT_EQ(TDataFormat::WCmp(c.Pattern, c.Text), c.Match) << c.Pattern << " " << c.Text;
 }
 
-// Values packed behind a byte lie unaligned, so every text read takes a
-// scratch copy; wherever the ring comes round in a call, the text is right.
+// Values packed behind a byte lie unaligned, so every text read (the date mask
+// and the Format element's texts too) takes a scratch copy; wherever the ring
+// comes round in a call, the text is right.
 TEST_F(FormatTest, ResultsSurviveTheRingComingRound) {
-  def->SetByte(L"Pad", 1);
-  row->SetByte(L"Pad", 1);
+  TNode* f = Format();
+  for (TNode* n : {def, f, row}) n->SetByte(L"Pad", 1);
   Set(def, {{L"CRelated", L"Xa,Yb"}, {L"CEnum12_34", L";first;second"}});
   Set(row, {{L"Xa", L"12"}, {L"Yb", L"34"}});
+  Set(f, {{L"DateSeparator", L"-"}, {L"AMDesignator", L"am"}, {L"ShortDayNames", L"Su,Mo,Tu,We,Th,Fr,Sa"}});
   ASSERT_NE(row->GetPos(row->GetIndex(L"Xa", 0), TString) % sizeof(wchar_t), 0);
+  ASSERT_NE(f->GetPos(f->GetIndex(L"AMDesignator", 0), TString) % sizeof(wchar_t), 0);
   const wchar_t* cases[][4] = {{L"Text", L";2;<<;>>", L"a longer cell text", L"<<A LONGER CELL TEXT>>"},
-                               {L"Radio", L";;;;;;;zero;one;two", L"2", L"two"},
-                               {L"Enum", L"", L"1", L"second"}};
+                               {L"Radio", L";;;;;;;zero;one;two", L"2", L"two"}, {L"Enum", L"", L"1", L"second"},
+                               {L"Date", L"yyyy/MM/dd tt ddd", L"1110207845000", L"2005-03-07 am Mo"}};
   for (auto& c : cases) {
     Set(def, {{L"CType", c[0]}, {L"CFormat", c[1]}});
     Set(row, {{L"C", c[2]}});
