@@ -1,5 +1,4 @@
-// Reading documents into a grid and turning the raw tree into its working
-// form: sections, tables of columns and defaults, rows wired to defaults.
+// Reading documents into a grid and turning the raw tree into its working form.
 #include <unistd.h>
 
 #include <cstdio>
@@ -11,10 +10,6 @@ namespace {
 
 class LoadTest : public GridTest {
 protected:
-  void SetUp() override {
-    GridTest::SetUp();
-    grid.reset(new TTestGrid());
-  }
   void TearDown() override {
     for (const std::string& p : files) std::remove(p.c_str());
   }
@@ -39,6 +34,7 @@ protected:
 };
 
 TEST_F(LoadTest, TextsAndFilesMergeInOrderUpToTheFirstFailure) {
+  grid.reset(new TTestGrid());
   EXPECT_EQ(grid->Load(nullptr, 1), -1);
   EXPECT_EQ(Load({nullptr, L"", nullptr}), 0);
   EXPECT_EQ(grid->Tree->Root, nullptr);
@@ -60,8 +56,6 @@ TEST_F(LoadTest, TextsAndFilesMergeInOrderUpToTheFirstFailure) {
   EXPECT_EQ(Load({File("bad.xml", "<Grid><A>").c_str()}), -3);
   EXPECT_EQ(Load({(good + L".missing").c_str()}), -1);
 }
-
-// ---- sections ----
 
 TEST_F(LoadTest, MissingSectionsAndDefaultsAreMadeAndColumnsMergeByName) {
   Create(L"<Grid><Cols><C Name='A'/></Cols></Grid>");
@@ -115,8 +109,6 @@ TEST_F(LoadTest, RepeatedOrdinarySectionKeepsOnlyItsFirstChild) {
   EXPECT_EQ(Row(L"p3"), nullptr);
 }
 
-// ---- defaults ----
-
 TEST_F(LoadTest, DefaultsChainAndFlattenAndTakeColumnAttributes) {
   Create(L"<Grid><Cols><C Name='P' Type='Float' Format='0.00' Enum='|x|y' EnumKeys='|1|2' Width='50'/>"
          L"<C Name='N'/></Cols><Def><D Name='R' PFormat='keep'/></Def><Body><B><I id='1'/></B></Body></Grid>");
@@ -126,15 +118,12 @@ TEST_F(LoadTest, DefaultsChainAndFlattenAndTakeColumnAttributes) {
 
   Create(L"<Grid><Def><D Name='A' Def='B' a='1'/><D Name='B' Def='C2' a='x' b='2'/><D Name='C2' c='3'/>"
          L"<D Name='X' Def='Y'/><D Name='Y' Def='X'/><D Name='S' Def='S'/></Def></Grid>");
+  // Links that would close a circle (Y to X, S to itself) are not made.
+  const wchar_t* links[][2] = {{L"A", L"B"}, {L"C2", L"R"}, {L"X", L"Y"}, {L"Y", nullptr}, {L"S", nullptr}};
+  for (auto& l : links) EXPECT_EQ(Def(l[0])->Base, l[1] ? Def(l[1]) : nullptr) << l[0];
   TNode* a = Def(L"A");
-  EXPECT_EQ(a->Base, Def(L"B"));
-  EXPECT_EQ(Def(L"C2")->Base, Def(L"R"));
   for (const wchar_t* name : {L"a1", L"b2", L"c3"})
     EXPECT_EQ(a->GetStringBase(a->GetIndex(std::wstring(name, 1).c_str(), 0)), std::wstring(name + 1));
-  // Links that would close a circle are not made.
-  EXPECT_EQ(Def(L"X")->Base, Def(L"Y"));
-  EXPECT_EQ(Def(L"Y")->Base, nullptr);
-  EXPECT_EQ(Def(L"S")->Base, nullptr);
 }
 
 TEST_F(LoadTest, RowsTakeTheirDefaults) {
@@ -165,17 +154,12 @@ TEST_F(LoadTest, RowsTakeTheirDefaults) {
   EXPECT_EQ(Row(L"499")->Base, Def(L"R"));
 }
 
-// ---- settings ----
-
 TEST_F(LoadTest, ToolbarHeaderAndLangJoinTheirLists) {
-  Create(L"<Grid><Toolbar Cells='A,B' Formula='sum()'/><Header Calculate='1'/><Lang><Format Hirji='1'/></Lang></Grid>");
-  ASSERT_TRUE(grid->SolidRows.Count == 1 && grid->FixedRows.Count == 1);
-  EXPECT_EQ(grid->SolidRows.Items[0], Section(L"Toolbar"));
-  EXPECT_STREQ(Section(L"Toolbar")->GetString(L"FormulaFormula"), L"sum()");
-  EXPECT_EQ(grid->FixedRows.Items[0], Section(L"Header"));
-  EXPECT_EQ(grid->Tree->Format, Section(L"Lang")->FirstChild);
-  EXPECT_TRUE(grid->Tree->Hirji);
-
+  Create(L"<Grid><Toolbar id='tb' Cells='A,B' Formula='sum()'/><Header id='hd' Calculate='1'/>"
+         L"<Lang><Format Hirji='1'/></Lang></Grid>");
+  EXPECT_EQ(Ids(grid->SolidRows) + L" " + Ids(grid->FixedRows), L"tb hd");
+  EXPECT_STREQ(Row(L"tb")->GetString(L"FormulaFormula"), L"sum()");
+  EXPECT_TRUE(grid->Tree->Hirji && grid->Tree->Format == Section(L"Lang")->FirstChild);
   Create(L"<Grid><Toolbar/><Header Calculate='0'/></Grid>");
   EXPECT_EQ(grid->SolidRows.Count + grid->FixedRows.Count, 0);
 }
