@@ -20,25 +20,22 @@ TEST_F(FormatTest, CellTextByType) {
       {L"Html", L";2", L"abC", L"abC"},      {nullptr, nullptr, L"abC", L"abC"},
       {L"Enum", nullptr, L"2", L"c"},        {L"Enum", nullptr, L"0", L"a"},
       {L"Enum", nullptr, L"3", L""},         {L"Enum", nullptr, L"-1", L""},
+      {L"Float", nullptr, L"2.567", L"2.57"},  // to the tree's precision
+      {L"Bool", L";n;y", L"1", L"y"},
   };
   tree.GetIndex(L"C", 1);
+  tree.Precision = 100;
   def->SetString(L"CEnum", L",a,b,c");
   for (const auto& c : cases) {
     Set(def, {{L"CType", c[0]}, {L"CFormat", c[1]}});
     Set(row, {{L"C", c[2]}});
     EXPECT_EQ(Cell(), c[3]) << (c[0] ? c[0] : L"-") << " " << (c[2] ? c[2] : L"-");
   }
-  Set(def, {{L"CType", L"Text"}, {L"CFormat", nullptr}});
-  EXPECT_EQ(row->GetStringFormat(L"C", -1), row->GetString(L"C"));  // no format: the stored text itself
-  tree.Precision = 100;
-  Set(def, {{L"CType", L"Bool"}, {L"CFormat", L";n;y"}});
-  row->SetInt(L"C", 1);
   EXPECT_STREQ(row->GetStringFormat(nullptr, row->GetIndex(L"C", 0)), L"y");  // by index
   EXPECT_STREQ(row->GetStringFormat(nullptr, -1), L"");
   EXPECT_STREQ(row->GetStringFormat(L"Unknown", -1), L"");
-  Set(def, {{L"CType", L"Float"}, {L"CFormat", nullptr}});
-  row->SetDouble(L"C", 2.567);
-  EXPECT_EQ(Cell(), L"2.57");
+  Set(def, {{L"CType", L"Text"}, {L"CFormat", nullptr}});
+  EXPECT_EQ(row->GetStringFormat(L"C", -1), row->GetString(L"C"));  // no format: the stored text itself
 }
 
 TEST_F(FormatTest, RelatedColumnsChooseTheEnumList) {

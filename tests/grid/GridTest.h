@@ -1,6 +1,4 @@
-// Shared by the grid tests: a grid that records the calls made upward by its
-// load and its pipeline, a fixture that builds grids from documents, and one
-// that holds a lone row under a default for the text formats.
+// A grid that records the calls its load and pipeline make upward, and fixtures for grids and lone rows.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -87,10 +85,7 @@ protected:
     tree.Format = nullptr;
     for (TNode* n : {row, def, format}) if (n) TNode::Delete(n);
   }
-  TNode* Format() {  // the Format element of Lang
-    if (!format) format = tree.CreateElement(L"Format");
-    return tree.Format = format;
-  }
+  TNode* Format() { return tree.Format = format ? format : (format = tree.CreateElement(L"Format")); }
   std::wstring Cell() { return row->GetStringFormat(L"C", -1); }
   // Sets (or with a null value removes) attributes of a node.
   static void Set(TNode* node, std::initializer_list<std::pair<const wchar_t*, const wchar_t*>> attributes) {
