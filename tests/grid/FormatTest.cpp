@@ -83,22 +83,15 @@ TEST_F(FormatTest, ListItemsIndexesAndWildcards) {
   const std::wstring big(TTree::TmpSize + 500, L'z');  // beyond the ring
   EXPECT_EQ(row->GetArrayItemComma((L"a," + big).c_str(), 1), big);
 
-  const struct {
-    const wchar_t *List, *Item;
-    wchar_t Separator;
-    int Index;
-  } indexes[] = {{L"a,bc,d", L"bc", L',', 1},   {L"a,bc,d", L"d", L',', 2}, {L"a,bc,d", L"b", L',', -1},
-                 {L"a,bc,d", L"bcd", L',', -1}, {L"a,bc", L"", L',', -1},   {nullptr, L"a", L',', -1},
-                 {L"ab", L"b", 0, -1}};
+  const struct { const wchar_t *List, *Item; wchar_t Separator; int Index; } indexes[] = {
+      {L"a,bc,d", L"bc", L',', 1}, {L"a,bc,d", L"d", L',', 2}, {L"a,bc,d", L"b", L',', -1},
+      {L"a,bc,d", L"bcd", L',', -1}, {L"a,bc", L"", L',', -1}, {nullptr, L"a", L',', -1}, {L"ab", L"b", 0, -1}};
   for (auto& c : indexes) EXPECT_EQ(TDataFormat::GetArrayIndex(c.List, c.Item, c.Separator), c.Index) << c.Item;
 
-  const struct {
-    const wchar_t *Pattern, *Text;
-    bool Match;
-  } wildcards[] = {{L"a*c", L"abbc", true}, {L"a?c", L"ac", false},  {L"a?c", L"abc", true}, {L"*", L"", true},
-                   {L"**", L"", true},      {L"", L"", true},        {L"", L"a", false},     {L"a", L"ab", false},
-                   {L"A*", L"abc", false},  {L"*ab", L"aab", true},  {L"*x?", L"xxxy", true}, {L"ab*", L"ab", true},
-                   {L"a*b*c", L"axbxbyc", true}, {L"a*b*c", L"axbxbyd", false}};
+  const struct { const wchar_t *Pattern, *Text; bool Match; } wildcards[] = {
+      {L"a*c", L"abbc", true}, {L"a?c", L"ac", false}, {L"a?c", L"abc", true}, {L"*", L"", true}, {L"**", L"", true},
+      {L"", L"", true}, {L"", L"a", false}, {L"a", L"ab", false}, {L"A*", L"abc", false}, {L"*ab", L"aab", true},
+      {L"*x?", L"xxxy", true}, {L"ab*", L"ab", true}, {L"a*b*c", L"axbxbyc", true}, {L"a*b*c", L"axbxbyd", false}};
   for (auto& c : wildcards) EXPECT_EQ(TDataFormat::WCmp(c.Pattern, c.Text), c.Match) << c.Pattern << " " << c.Text;
 }
 

@@ -178,11 +178,7 @@ TEST_F(GetTest, CellQueryModesAndFlags) {
   // Flags: 0 one cell, 1 siblings, 2 all rows, 3 and fixed rows; 4 display
   // text; sorted 8 by number, 16 by text without case, 24 as written; 32
   // distinct; 64 no empty cells.
-  const struct {
-    const wchar_t *Id, *Column;
-    int Flags;
-    const wchar_t *Format, *Expected;
-  } cases[] = {
+  const struct { const wchar_t *Id, *Column; int Flags; const wchar_t *Format, *Expected; } cases[] = {
       {L"2", L"A", 0, nullptr, L"C"},          {L"2", L"N", 0, nullptr, L"9"},
       {L"none", L"A", 0, nullptr, L""},        {L"2", L"", 0, nullptr, L""},
       {L"2", nullptr, 1, nullptr, L""},        {L"none", L"A", 1, nullptr, L""},

@@ -45,15 +45,10 @@ protected:
 
 TEST_F(PagesTest, RootRowsAreCutIntoPages) {
   const std::wstring f = L"_0F='8'";
-  const struct {
-    std::vector<std::wstring> Rows;
-    int Length;
-    const wchar_t* Pages;
-    int RootCount;
-  } cases[] = {{Counted(3), 3, L"r0,r1,r2", 3}, {Counted(7), 3, L"r0,r1,r2|r3,r4,r5|r6", 7},
-               // Filtered rows stay behind the row before and are not counted.
-               {{f, L"", L"", f, L"", f, f, L"", f}, 2, L"r0,r1,r2,r3|r4,r5,r6,r7,r8", 4},
-               {{}, 5, L"", 0}};  // one empty page stays
+  const struct { std::vector<std::wstring> Rows; int Length; const wchar_t* Pages; int RootCount; } cases[] = {
+      {Counted(3), 3, L"r0,r1,r2", 3}, {Counted(7), 3, L"r0,r1,r2|r3,r4,r5|r6", 7},
+      // Filtered rows stay behind the row before and are not counted; with no rows one empty page stays.
+      {{f, L"", L"", f, L"", f, f, L"", f}, 2, L"r0,r1,r2,r3|r4,r5,r6,r7,r8", 4}, {{}, 5, L"", 0}};
   for (auto& c : cases) {
     Create(c.Rows, c.Length, {L"A"});
     EXPECT_EQ(Pages(), c.Pages);
@@ -117,7 +112,7 @@ TEST_F(PagesTest, NamesFromTheSortColumns) {
     std::vector<std::wstring> Rows;
     std::vector<const wchar_t*> Sort;
     int Length;
-    const wchar_t* MainCol;
+    const wchar_t* MainCol;  // unset when null
     std::wstring Names;
   } cases[] = {
       // Texts are shortened only when that saves three characters.

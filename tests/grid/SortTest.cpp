@@ -110,16 +110,11 @@ TEST_F(SortTest, LongTextsTieOnTheirPrefix) {
 
 TEST_F(SortTest, UpdateSortReportsChanges) {
   Create(L"<C Name='A'/><C Name='B'/>", Rows({L"1"}));
-  // Empty items vanish; with sorting off, Sort naming columns is a change but
-  // nothing is in force.
-  const struct {
-    const wchar_t* Sort;
-    int Sorting;
-    bool Changed;
-    int Count;
-  } steps[] = {{L"A,-B", 1, true, 2}, {L"A,-B", 1, false, 2}, {L"A,B", 1, true, 2}, {L"A", 1, true, 1},
-               {L",,A,", 1, false, 1}, {L"", 1, true, 0},     {L"", 1, false, 0},    {L"A", 0, true, 0},
-               {L"A", 0, true, 0},     {L"", 0, false, 0},    {L"A", 1, true, 1}};
+  // Empty items vanish; with sorting off, Sort naming columns is a change but nothing is in force.
+  const struct { const wchar_t* Sort; int Sorting; bool Changed; int Count; } steps[] = {
+      {L"A,-B", 1, true, 2}, {L"A,-B", 1, false, 2}, {L"A,B", 1, true, 2}, {L"A", 1, true, 1}, {L",,A,", 1, false, 1},
+      {L"", 1, true, 0}, {L"", 1, false, 0}, {L"A", 0, true, 0}, {L"A", 0, true, 0}, {L"", 0, false, 0},
+      {L"A", 1, true, 1}};
   for (auto& s : steps) {
     EXPECT_EQ(Request(s.Sort, s.Sorting), s.Changed) << s.Sort << " " << s.Sorting;
     EXPECT_EQ(grid->SortCount, s.Count) << s.Sort << " " << s.Sorting;
@@ -164,10 +159,8 @@ TEST(SortHelpers, CopySortStringAndCmpStr) {
   table[L'a'] = table[L'A'] = 5;
   table[L'b'] = 3;
   table[L'c'] = 0xF000000000000000ULL;  // negative as a signed key
-  const struct {
-    const wchar_t *A, *B;
-    int Result;
-  } cmp[] = {{L"aA", L"Aa", 0}, {L"a", L"b", 1}, {L"c", L"b", -1}, {L"a", L"aa", -1}, {L"ab", L"a", 1}, {L"", L"", 0}};
+  const struct { const wchar_t *A, *B; int Result; } cmp[] = {
+      {L"aA", L"Aa", 0}, {L"a", L"b", 1}, {L"c", L"b", -1}, {L"a", L"aa", -1}, {L"ab", L"a", 1}, {L"", L"", 0}};
   for (auto& c : cmp) EXPECT_EQ(CmpStr(c.A, c.B, table.data()), c.Result) << c.A << " " << c.B;
 }
 

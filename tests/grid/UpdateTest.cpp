@@ -62,11 +62,7 @@ TEST_F(UpdateTest, AddCfgFeedsFilterRowsByIdOrTheFirstOne) {
 
 TEST_F(UpdateTest, LastIdAndTheNextOne) {
   const std::wstring digits = L"IdChars='0123456789'", big(TIds::MaxIdLength, L'9');
-  const struct {
-    std::wstring cfg;
-    std::vector<std::wstring> ids;
-    std::wstring last, next;
-  } cases[] = {
+  const struct { std::wstring cfg; std::vector<std::wstring> ids; std::wstring last, next; } cases[] = {
       {L"", {L"5", L"41"}, L"", L""}, {digits, {L"99"}, L"99", L"000"}, {L"IdChars='ab'", {L"bab"}, L"bab", L"bba"},
       {digits, {L"5", L"41", L"7", L"AB1", L"39", std::wstring(300, L'9')}, L"41", L"42"},
       {digits + L" NumberId='1'", {L"99"}, L"99", L"100"}, {L"IdChars='0' NumberId='1'", {L"0"}, L"0", L"00"},
