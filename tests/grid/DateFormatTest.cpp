@@ -1,5 +1,4 @@
-// Dates as text: masks and their tokens, the Format element's texts, the
-// solar calendar, and agreement with the C library.
+// Dates as text: mask tokens, the Format element's texts, the solar calendar, agreement with the C library.
 #include <locale.h>
 
 #include <cmath>
@@ -127,8 +126,7 @@ TEST_F(DateFormatTest, SolarCalendarAdvancesOneDayAtATime) {
   EXPECT_TRUE(longYears >= 11 && longYears <= 14) << longYears;  // one year in four or five
 }
 
-// 10,000 instants from 1970 to 2100 against strftime on gmtime_r; the names
-// in the Format element are the C locale's.
+// 10,000 instants from 1970 to 2100 against strftime on gmtime_r, with the C locale's names.
 TEST_F(DateFormatTest, AgreesWithTheCLibraryOnRandomInstants) {
   locale_t c = newlocale(LC_ALL_MASK, "C", (locale_t)0);
   ASSERT_TRUE(c);

@@ -62,8 +62,7 @@ TEST_F(FormatTest, FormatStringCasePrefixSuffix) {
   EXPECT_EQ(row->FormatString(text, nullptr), text);
   EXPECT_EQ(row->FormatString(text, L""), text);
   EXPECT_NE(row->FormatString(text, L";"), text);  // any format: a new block
-  // Formats that end at item 1, at a separator, or at item 0 are read from
-  // blocks of their exact size.
+  // Formats that end at item 1, at a separator, or at item 0 are read from blocks of their exact size.
   const wchar_t* cases[][2] = {{L";1;x", L"xmixed"},   {L";1;", L"mixed"},      {L";2", L"MIXED"},
                                {L";", L"MiXed"},       {L";2;;!", L"MIXED!"},   {L"-3-(-)-", L"(MiXed)"},
                                {L";2;[;];x", L"[MIXED]"}, {L"; +02;<", L"<MIXED"}, {L";-1;<", L"<MiXed"},
@@ -95,9 +94,8 @@ TEST_F(FormatTest, ListItemsIndexesAndWildcards) {
   for (auto& c : wildcards) EXPECT_EQ(TDataFormat::WCmp(c.Pattern, c.Text), c.Match) << c.Pattern << " " << c.Text;
 }
 
-// Values packed behind a byte lie unaligned, so every text read (the date mask
-// and the Format element's texts too) takes a scratch copy; wherever the ring
-// comes round in a call, the text is right.
+// Values packed behind a byte lie unaligned, so every text read (date masks and Format texts too) takes a
+// scratch copy; wherever the ring comes round in a call, the text is right.
 TEST_F(FormatTest, ResultsSurviveTheRingComingRound) {
   TNode* f = Format();
   for (TNode* n : {def, f, row}) n->SetByte(L"Pad", 1);
@@ -117,8 +115,7 @@ TEST_F(FormatTest, ResultsSurviveTheRingComingRound) {
       EXPECT_EQ(Cell(), c[3]) << c[0] << ", cursor " << back << " before the end";
     }
   }
-  // Callers' texts in the block that wrapped the ring, where the next block
-  // starts as well.
+  // Callers' texts in the block that wrapped the ring, where the next block starts as well.
   auto wrapped = [&](const wchar_t* text) {
     tree.TmpPos = tree.Tmp + TTree::TmpSize - 5;
     return wcscpy(row->GetTmp(20), text);

@@ -172,36 +172,29 @@ TEST_F(GetTest, PageByPositionOrByRow) {
 
 TEST_F(GetTest, CellQueryModesAndFlags) {
   Create(L"<Grid><Cols><C Name='A'/><C Name='N' Type='Int'/></Cols><Body><B>"
-         L"<I id='1' A='b' N='10' K='x'><I id='11' A='z'/></I><I id='2' A='C' N='9'/>"
+         L"<I id='1' A='b' N='10' K='x' F='1' FType='Bool' FFormat=';No;Yes'><I id='11' A='z'/></I>"
+         L"<I id='2' A='C' N='9' F='0' FType='Bool' FFormat=';Off;On'/>"
          L"<I id='3' A='b' K='x'/><I id='4' A=''/><I id='5' A='a'/></B></Body>"
          L"<Head><I id='h' A='head'/></Head><Foot><I id='f' A='foot'/></Foot></Grid>");
-  // Flags: 0 one cell, 1 siblings, 2 all rows, 3 and fixed rows; 4 display
-  // text; sorted 8 by number, 16 by text without case, 24 as written; 32
-  // distinct; 64 no empty cells.
+  // Flags: 0 one cell, 1 siblings, 2 all rows, 3 and fixed rows; 4 display text; sorted 8 by number,
+  // 16 by text without case, 24 as written; 32 distinct; 64 no empty cells.
   const struct { const wchar_t *Id, *Column; int Flags; const wchar_t *Format, *Expected; } cases[] = {
-      {L"2", L"A", 0, nullptr, L"C"},          {L"2", L"N", 0, nullptr, L"9"},
-      {L"none", L"A", 0, nullptr, L""},        {L"2", L"", 0, nullptr, L""},
-      {L"2", nullptr, 1, nullptr, L""},        {L"none", L"A", 1, nullptr, L""},
+      {L"2", L"A", 0, nullptr, L"C"}, {L"2", L"N", 0, nullptr, L"9"}, {L"none", L"A", 0, nullptr, L""},
+      {L"2", L"", 0, nullptr, L""}, {L"2", nullptr, 1, nullptr, L""}, {L"none", L"A", 1, nullptr, L""},
       {L"2", L"Unknown", 1, nullptr, L"|||||"}, {L"2", L"A", 1, nullptr, L"|b|C|b||a"},
-      {L"11", L"A", 1, nullptr, L"|z"},        {nullptr, L"A", 2, nullptr, L"|b|z|C|b||a"},
+      {L"11", L"A", 1, nullptr, L"|z"}, {nullptr, L"A", 2, nullptr, L"|b|z|C|b||a"},
       {nullptr, L"A", 3, nullptr, L"|b|z|C|b||a|head|foot"},
-      {nullptr, L"A", 2 | 32 | 64, nullptr, L"|C|a|b|z"},
-      {nullptr, L"A", 2 | 16 | 32 | 64, nullptr, L"|a|b|C|z"},
-      {nullptr, L"A", 2 | 24, nullptr, L"||C|a|b|b|z"},
-      {nullptr, L"N", 2 | 24 | 64, nullptr, L"|10|9"},
-      {nullptr, L"N", 2 | 8 | 64, nullptr, L"|9|10"},
+      {nullptr, L"A", 2 | 32 | 64, nullptr, L"|C|a|b|z"}, {nullptr, L"A", 2 | 16 | 32 | 64, nullptr, L"|a|b|C|z"},
+      {nullptr, L"A", 2 | 24, nullptr, L"||C|a|b|b|z"}, {nullptr, L"N", 2 | 24 | 64, nullptr, L"|10|9"},
+      {nullptr, L"N", 2 | 8 | 64, nullptr, L"|9|10"}, {L"1", L"F", 0, nullptr, L"1"}, {L"1", L"F", 4, nullptr, L"Yes"},
+      // Each row's display text follows its own format.
+      {nullptr, L"F", 2 | 64, nullptr, L"|1|0"}, {nullptr, L"F", 2 | 4 | 64, nullptr, L"|Yes|Off"},
       // The format gives the separator and a filter: column, value.
-      {L"1", L"A", 1, L",", L",b,C,b,,a"},     {nullptr, L"A", 2, L",K,x", L",b,b"},
-      {L"1", L"id", 1, L";K;x", L";1;3"},      {nullptr, L"A", 2, L",K,y", L""},
+      {L"1", L"A", 1, L",", L",b,C,b,,a"}, {nullptr, L"A", 2, L",K,x", L",b,b"}, {L"1", L"id", 1, L";K;x", L";1;3"},
+      {nullptr, L"A", 2, L",K,y", L""},
   };
   for (auto& c : cases)
     EXPECT_EQ(Cells(c.Id, c.Column, c.Flags, c.Format), c.Expected) << (c.Id ? c.Id : L"-") << " " << c.Flags;
-
-  Create(L"<Grid><Body><B><I id='1' F='1' FType='Bool' FFormat=';No;Yes'/>"
-         L"<I id='2' F='0' FType='Bool' FFormat=';Off;On'/></B></Body></Grid>");
-  EXPECT_EQ(Cells(nullptr, L"F", 2), L"|1|0");
-  EXPECT_EQ(Cells(nullptr, L"F", 2 | 4), L"|Yes|Off");
-  EXPECT_EQ(Cells(L"1", L"F", 4), L"Yes");
 }
 
 TEST_F(GetTest, CellQueryOfLongTextsAndManyRows) {

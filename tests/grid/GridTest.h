@@ -64,11 +64,7 @@ protected:
       s += (page == grid->Body->FirstChild ? L"" : L"|") + Kids(page);
     return s;
   }
-  TNode* Page(int n) {
-    TNode* page = grid->Body->FirstChild;
-    while (n-- && page) page = page->Next;
-    return page;
-  }
+  TNode* Page(int n) { return grid->Body->GetChild(n); }
   std::unique_ptr<TTestGrid> grid;
 };
 

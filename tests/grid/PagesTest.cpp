@@ -1,13 +1,11 @@
-// Cutting the body's root rows into pages, joining them back, and the names
-// that the pager shows.
+// Cutting the body's root rows into pages, joining them back, and the names that the pager shows.
 #include "GridTest.h"
 
 namespace {
 
 class PagesTest : public GridTest {
 protected:
-  // Rows given as their attribute texts, ids r0, r1, ...; a length of 999
-  // leaves PageLength unset. Cut unless told not to.
+  // Rows as attribute texts, ids r0, r1, ...; a length of 999 leaves PageLength unset. Cut unless told not to.
   void Create(const std::vector<std::wstring>& rows, int length, std::vector<const wchar_t*> sort = {},
               bool cut = true) {
     std::wstring data = L"<Grid><Body><B>";
@@ -26,8 +24,7 @@ protected:
     for (int i = 0; i < n; i++) rows.push_back(L"A='v" + std::to_wstring(i) + L"'");
     return rows;
   }
-  // The nine names of a page as "Name00,Name01,Name02/Name10,.../Name20,...";
-  // an absent attribute shows as "-".
+  // The nine names of a page as "Name00,Name01,Name02/Name10,.../Name20,..."; an absent one shows as "-".
   static std::wstring Names(TNode* page) {
     std::wstring s;
     for (int i = 0; i < 9; i++) {
@@ -139,8 +136,7 @@ TEST_F(PagesTest, NamesFromTheSortColumns) {
   }
 }
 
-// Formatting many numbers wraps the scratch ring many times over; names
-// must still come from the rows they belong to.
+// Formatting many numbers wraps the scratch ring many times over; names must still come from their rows.
 TEST_F(PagesTest, NamesSurviveTheScratchRingComingRound) {
   std::vector<std::wstring> rows;
   for (int i = 0; i < 6000; i++) rows.push_back(L"B='" + std::to_wstring(1000000 + i) + L"'");

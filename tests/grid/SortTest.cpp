@@ -143,8 +143,7 @@ TEST(SortHelpers, CopySortStringAndCmpStr) {
   };
   EXPECT_EQ(copy(L"a b-c d-e f", 5, SortWhite, grid.GetWhiteChars(L" -")), L"abcde");
   EXPECT_EQ(copy(L"AbA", 7, SortNoCase, nullptr, grid.GetCharCodes(L",A,q")), L"qbq");
-  // Only the first character of a pair counts; a source without a target, or
-  // a target alone, maps nothing.
+  // Only the first character of a pair counts; a source without a target, or a target alone, maps nothing.
   EXPECT_EQ(copy(L"abce|", 7, SortNoCase, nullptr, grid.GetCharCodes(L"|a|b|cc|dd|e")), L"bbde|");
   // Characters beyond 16 bits are cut to their low 16: no index past a table.
   EXPECT_EQ(copy(L"xAx", 7, SortNoCase, nullptr, grid.GetCharCodes(L";x;;\x10041;y")), L"xyx");
