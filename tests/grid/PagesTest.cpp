@@ -93,11 +93,6 @@ TEST_F(PagesTest, NamesAreMadeOnlyForSeveralSortedPagesWithAPager) {
   Page(0)->SetString(L"Name10", L"old");
   grid->CreatePages();
   EXPECT_EQ(AllNames(), L"-,-,-/old,-,-/-,-,- -,-,-/-,-,-/-,-,- -,-,-/-,-,-/-,-,-");  // no sort: old names stay
-
-  Create(Counted(5), 2, {L"A"}, false);
-  grid->Cfg->SetInt(L"NoPager", 1);
-  grid->CreatePages();
-  EXPECT_EQ(Names(Page(1)), L"-,-,-/-,-,-/-,-,-");
 }
 
 TEST_F(PagesTest, NamesFromTheSortColumns) {
