@@ -22,10 +22,7 @@ double Ms(int y, int mo, int d, int h = 0, int mi = 4, int s = 5) {
   return (double)((DaysFromCivil(y, mo, d) * 86400 + h * 3600 + mi * 60 + s) * 1000);
 }
 
-struct TCase {
-  double Value;
-  const wchar_t *Mask, *Text;
-};
+struct TCase { double Value; const wchar_t *Mask, *Text; };
 
 class DateFormatTest : public CellTest {
 protected:

@@ -6,23 +6,19 @@ namespace {
 using FormatTest = CellTest;
 
 TEST_F(FormatTest, CellTextByType) {
-  const wchar_t* cases[][4] = {  // type, format, value, text
-      {L"Bool", nullptr, L"7", L"1"},        {L"Bool", nullptr, nullptr, L"0"},
-      {L"Bool", L";No;Yes", L"1", L"Yes"},   {L"Boolean", L";No;Yes", L"5", L""},
-      {L"Bool", L";No;Yes", L"-1", L""},     {L"Int", L";x", nullptr, L"0"},
+  const wchar_t* cases[][4] = {  // type, format, value, text; numbers to the tree's precision
+      {L"Bool", nullptr, L"7", L"1"}, {L"Bool", nullptr, nullptr, L"0"}, {L"Bool", L";No;Yes", L"1", L"Yes"},
+      {L"Boolean", L";No;Yes", L"5", L""}, {L"Bool", L";No;Yes", L"-1", L""}, {L"Int", L";x", nullptr, L"0"},
       {L"Integer", nullptr, L"-2.9", L"-2"}, {L"Float", nullptr, L"2.50", L"2.5"},
-      {L"Float", nullptr, L"1.99999", L"2"}, {L"Float", nullptr, L"-1e300", L"-1e+300"},
-      {L"Date", nullptr, nullptr, L""},      {L"Date", L"yyyy-MM-dd", L"86400000", L"1970-01-02"},
-      {L"Radio", L";;;;;;;Off;On", L"1", L"On"}, {L"Radio", L";;;;;;;Off;On", L"2", L""},
-      {L"Radio", L";;;;;;;Off;On", L"2147483647", L""}, {L"Radio", L";;;;;;;Off;On", L"-7", L""},
-      {L"Text", L";2;[;]", L"abC", L"[ABC]"}, {L"Lines", L";1;x", L"abC", L"xabc"},
+      {L"Float", nullptr, L"-1e300", L"-1e+300"}, {L"Float", nullptr, L"1.99999", L"2"},
+      {L"Float", nullptr, L"2.567", L"2.57"}, {L"Date", nullptr, nullptr, L""},
+      {L"Date", L"yyyy-MM-dd", L"86400000", L"1970-01-02"}, {L"Radio", L";;;;;;;Off;On", L"1", L"On"},
+      {L"Radio", L";;;;;;;Off;On", L"2", L""}, {L"Radio", L";;;;;;;Off;On", L"2147483647", L""},
+      {L"Radio", L";;;;;;;Off;On", L"-7", L""}, {L"Text", L";2;[;]", L"abC", L"[ABC]"},
+      {L"Lines", L";1;x", L"abC", L"xabc"}, {L"Html", L";2", L"abC", L"abC"},
       {L"TextArea", L"|0|<|>|not used", L"abC", L"<abC>"}, {L"int", nullptr, L"2.9", L"2.9"},
-      {L"Html", L";2", L"abC", L"abC"},      {nullptr, nullptr, L"abC", L"abC"},
-      {L"Enum", nullptr, L"2", L"c"},        {L"Enum", nullptr, L"0", L"a"},
-      {L"Enum", nullptr, L"3", L""},         {L"Enum", nullptr, L"-1", L""},
-      {L"Float", nullptr, L"2.567", L"2.57"},  // to the tree's precision
-      {L"Bool", L";n;y", L"1", L"y"},
-  };
+      {nullptr, nullptr, L"abC", L"abC"}, {L"Enum", nullptr, L"2", L"c"}, {L"Enum", nullptr, L"0", L"a"},
+      {L"Enum", nullptr, L"3", L""}, {L"Enum", nullptr, L"-1", L""}, {L"Bool", L";n;y", L"1", L"y"}};
   tree.GetIndex(L"C", 1);
   tree.Precision = 100;
   def->SetString(L"CEnum", L",a,b,c");
