@@ -1,5 +1,6 @@
 // Random requests against the exported C surface, to be run under the
-// sanitizers (-DSANITIZE=ON -DSARVENDO_FUZZ=ON). Any finding aborts the run.
+// sanitizers (-DSANITIZE=ON -DSARVENDO_FUZZ=ON), in both the 8-bit and the
+// wide forms. Any finding aborts the run.
 //   sarvendo_fuzz SEED COUNT        small random grids, a few requests each
 //   sarvendo_fuzz SEED COUNT big    the example grid, sixty requests each
 // A run is repeatable from its seed.
@@ -138,8 +139,35 @@ std::string Request() {
   return R(5) == 0 ? Mutate(s) : s;
 }
 
+// The wide forms take any wchar_t a host hands in: bytes widened as they
+// are, with now and then a character far outside the 16-bit range.
+std::wstring Widen(const std::string& s) {
+  static const wchar_t odd[] = {(wchar_t)0xD800, (wchar_t)0xFFFF, (wchar_t)0x10000, (wchar_t)0x10FFFF,
+                                (wchar_t)0x7FFFFFFF, (wchar_t)-1, (wchar_t)0x80000000};
+  std::wstring w;
+  for (char c : s) w += R(40) ? (wchar_t)(unsigned char)c : odd[R(7)];
+  return w;
+}
+
+void CallWide(int g) {
+  const std::wstring q = Widen(Request());
+  wchar_t* t = nullptr;
+  switch (R(5)) {
+    case 0: case 1: t = GetBody(g, q.c_str()); break;
+    case 2: t = GetPage(g, q.c_str()); break;
+    case 3: {
+      const std::wstring id = Widen("r" + std::to_string(R(60))), col = Widen(Pick(cols)), format = Widen(Value());
+      t = GetCells(g, id.c_str(), col.c_str(), R(512), format.c_str());
+      break;
+    }
+    default: UpdateGrid(g, q.c_str());
+  }
+  FreeString(t);
+}
+
 // One random call on grid g.
 void Call(int g) {
+  if (R(4) == 0) return CallWide(g);
   const std::string q = Request();
   char* t = nullptr;
   switch (R(9)) {
@@ -184,7 +212,11 @@ int main(int argc, char** argv) {
       g = CreateGridA(layout.c_str(), data.c_str(), nullptr, nullptr, nullptr, nullptr);
     } else {
       const std::string doc = Layout(), extra = R(4) == 0 ? Request() : std::string();
-      g = CreateGridA(doc.c_str(), extra.empty() ? nullptr : extra.c_str(), nullptr, nullptr, nullptr, nullptr);
+      if (R(5) == 0)
+        g = CreateGrid(Widen(doc).c_str(), extra.empty() ? nullptr : Widen(extra).c_str(), nullptr, nullptr,
+                       nullptr, nullptr);
+      else
+        g = CreateGridA(doc.c_str(), extra.empty() ? nullptr : extra.c_str(), nullptr, nullptr, nullptr, nullptr);
     }
     if (g < 0) continue;
     created++;
