@@ -6,6 +6,8 @@ TTree::TTree(const wchar_t* rootName)
       Precision(10000), Hirji(false), IdIndex(IIdIndex), ExpandedIndex(IExpandedIndex), DefIndex(IDefIndex),
       AggChildrenIndex(-1), MaxChildrenOffline(3) {
   Tmp[0] = 0;
+  // A million rows would make chains of thousands on the fixed buckets.
+  Ids.AllowGrowth();
   static const wchar_t* const fixed[] = {L"#Name", L"#Type", L"#Text", L"id", L"Expanded", L"Def"};
   for (const wchar_t* name : fixed) Names.GetIndex(name, 3);
   if (rootName) Root = CreateElement(rootName);
