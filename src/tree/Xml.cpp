@@ -303,7 +303,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
         result = true;
         goto done;
       }
-      TNodeXml* child = (TNodeXml*)Tree->CreateElement(nullptr);
+      TNodeXml* child = (TNodeXml*)Tree->CreatePooledElement();
       if (!child->Scan(scan, p, depth + 1) || !*p) {
         TNode::Delete(child);
         goto done;
@@ -397,14 +397,12 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     if (slots[i] > highest) highest = slots[i];
   }
 
-  free(Values);
-  free(Slots);
+  ReleaseBlocks();
   Used = (int)used;
   Capacity = GetMaxLog2(Used);
   SlotCount = (int16_t)(highest + 3);
   SlotWidth = Capacity <= 256 ? 2 : 4;
-  Values = Capacity ? (unsigned char*)malloc(Capacity) : nullptr;
-  Slots = calloc(SlotCount, SlotWidth);
+  TakeBlocks();
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
@@ -454,6 +452,22 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     TNode::Delete(old);
   }
   Tree->Ids.SetNode(entry, this);
+}
+
+void TNodeXml::TakeBlocks() {
+  size_t slotBytes = (size_t)SlotCount * SlotWidth;
+  if (Capacity) {
+    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(Capacity) : nullptr;
+    if (Values) Pooled |= PooledValues;
+    else Values = (unsigned char*)malloc(Capacity);
+  }
+  Slots = Tree ? Tree->Store.TakeBytes(slotBytes) : nullptr;
+  if (Slots) {
+    Pooled |= PooledSlots;
+    memset(Slots, 0, slotBytes);
+  } else {
+    Slots = calloc(SlotCount, SlotWidth);
+  }
 }
 
 wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end) {

@@ -38,6 +38,9 @@ private:
   // behind what it read; false on failure.
   template <class P>
   bool Scan(TScan& scan, P& p, int depth);
+  // The value area and slot table at the sizes set, from the tree's store
+  // when it gives them.
+  void TakeBlocks();
   bool ChildrenGoOut(int flags) const;
   bool WriteValue(int meta, const unsigned char* value, wchar_t*& cursor, wchar_t*& start, wchar_t*& end);
 };
