@@ -395,3 +395,26 @@ TEST_F(Utf8ScanTest, RandomBytesReadAsTheirWidenedCopies) {
     ExpectSame(d);
   }
 }
+
+// Rows read from a document live in the tree's store; writes that outgrow
+// their blocks, copies, replacements and deletions must treat them like any
+// other record.
+TEST_F(XmlTest, ReadRowsGrowCopyAndDieLikeOthers) {
+  ASSERT_TRUE(Load(L"<G><B><I id=\"1\" A=\"x\"/><I id=\"2\" A=\"y\"><I id=\"3\"/></I></B></G>"));
+  TNode* one = tree.GetElem(L"1");
+  ASSERT_NE(one, nullptr);
+  std::wstring longText(300, L'z');
+  one->SetString(L"Long", longText.c_str());  // new slot and a value area past 512 bytes
+  one->SetInt(L"N", 7);
+  EXPECT_EQ(one->SlotWidth, 4);
+  TNode* copy = one->CopyNode(&tree, true);
+  EXPECT_EQ(Xml(copy), L"<I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/>");
+  tree.Root->FirstChild->AppendChild(copy);
+  TNode* two = tree.GetElem(L"2");
+  two->SetString(L"A", L"longer than the room it had");
+  ASSERT_TRUE(Load(L"<G><B><I id=\"2\" B=\"5\"/></B></G>"));  // replaces row 2, keeps its child
+  TNode::Delete(tree.Root->FirstChild->RemoveChild(one));
+  EXPECT_EQ(Xml(tree.Root, 2),
+            L"<G><B><I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/></B><B><I id=\"2\" "
+            L"A=\"longer than the room it had\" B=\"5\"><I id=\"3\"/></I></B></G>");
+}
