@@ -57,12 +57,29 @@ int TData::GetMaxLog2(int n) {
 
 TData::TData()
     : Values(nullptr), Slots(nullptr), Used(0), Capacity(0), SlotCount(0), SlotWidth(2), Flags(FState),
-      Tree(nullptr), Base(nullptr) {}
+      Pooled(0), Tree(nullptr), Base(nullptr) {}
 
-TData::~TData() {
-  free(Values);
-  free(Slots);
+TData::~TData() { ReleaseBlocks(); }
+
+void TData::ReleaseBlocks() {
+  if (!(Pooled & PooledValues)) free(Values);
+  if (!(Pooled & PooledSlots)) free(Slots);
+  Values = nullptr;
+  Slots = nullptr;
+  Pooled &= ~(PooledValues | PooledSlots);
 }
+
+namespace {
+// realloc for a block that may be pooled: a pooled one is copied out to the
+// heap and left in the store.
+void* Regrow(void* block, size_t oldSize, size_t size, unsigned char& pooled, int bit) {
+  if (!(pooled & bit)) return realloc(block, size);
+  void* grown = malloc(size);
+  if (grown && block) memcpy(grown, block, oldSize < size ? oldSize : size);
+  pooled &= ~bit;
+  return grown;
+}
+}  // namespace
 
 int TData::GetIndex(const wchar_t* name, int create) const {
   if (!Tree) return -1;
@@ -323,7 +340,7 @@ int TData::SetType(int index, int type, int size) {
     // The first table has 8 slots; a first write beyond them grows it at once.
     if (slot >= SlotCount) {
       int count = (slot + 4) & ~3;
-      Slots = realloc(Slots, (size_t)count * SlotWidth);
+      Slots = Regrow(Slots, (size_t)SlotCount * SlotWidth, (size_t)count * SlotWidth, Pooled, PooledSlots);
       memset((unsigned char*)Slots + SlotCount * SlotWidth, 0, (size_t)(count - SlotCount) * SlotWidth);
       SlotCount = (int16_t)count;
     }
@@ -357,7 +374,7 @@ int TData::SetType(int index, int type, int size) {
   if (Used > Capacity) {
     int capacity = Values ? Capacity : 32;
     while ((long long)Used + size > capacity) capacity *= 2;
-    Values = (unsigned char*)realloc(Values, capacity);
+    Values = (unsigned char*)Regrow(Values, (size_t)Capacity, (size_t)capacity, Pooled, PooledValues);
     Capacity = capacity;
     if (SlotWidth == 2 && Capacity >= 512) {
       uint32_t* wide = (uint32_t*)malloc((size_t)SlotCount * 4);
@@ -365,7 +382,8 @@ int TData::SetType(int index, int type, int size) {
         unsigned t = ((uint16_t*)Slots)[i];
         wide[i] = ((t >> 8) << 24) | (t & 0xFF);
       }
-      free(Slots);
+      if (!(Pooled & PooledSlots)) free(Slots);
+      Pooled &= ~PooledSlots;
       Slots = wide;
       SlotWidth = 4;
       WriteSlot(slot, newMeta, position);

@@ -21,6 +21,9 @@ enum { TNone = 0, TByte = 1, TInt = 3, TArray = 5, TDouble = 6, TString = 7 };
 // Node flags.
 enum { FSpec = 1, FFiltered = 8, FState = 16, FGrouped = 32 };
 
+// Bits of TData::Pooled.
+enum { PooledValues = 1, PooledSlots = 2, PooledNode = 4 };
+
 // Fixed name indexes, equal in every tree.
 enum {
   INameIndex = 0, ITypeIndex = 0x10001, ITextIndex = 0x20002,
@@ -140,6 +143,10 @@ public:
   int16_t SlotCount;
   unsigned char SlotWidth;
   unsigned char Flags;
+  // Which blocks came from the tree's store (PooledValues, PooledSlots,
+  // PooledNode) and so are not freed one by one. It sits in what would be
+  // padding, so the record's size is unchanged.
+  unsigned char Pooled;
   TTree* Tree;
   TData* Base;
 
@@ -149,6 +156,8 @@ public:
   static int StringLengthAt(const unsigned char* p);
 
 protected:
+  // Frees both blocks (pooled ones stay in the store) and forgets them.
+  void ReleaseBlocks();
   void WriteSlot(int slot, int meta, int position);
   int StoreString(int index, const void* text, int length);
   int GetIntAt(int type, const unsigned char* p) const;

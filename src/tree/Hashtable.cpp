@@ -15,6 +15,8 @@ const int FirstChunk = 256;
 const int FirstCapacity = 32;
 // Doubling beyond this would overflow Capacity.
 const int MaxCapacity = 1 << 30;
+// Growing buckets stop at this mask.
+const unsigned MaxMask = (1u << 28) - 1;
 
 // A key given as text1 (length1 characters) followed by text2, hashed and
 // compared in place so that the two-text forms never join into a buffer.
@@ -71,9 +73,12 @@ uint32_t HashOf(const wchar_t* text) {
   return h;
 }
 
-// The key pool: chunks of 256, 512, ... cells of 4 bytes; a key of size bytes
-// takes size cells. The walk is checked first, so a key the 30 chunks (or the
-// 32-bit cell count) cannot hold leaves the pool untouched.
+// The key pool: chunks of 256, 512, ... cells; a key of size bytes is counted
+// as size cells. A chunk's memory is its cell count in bytes, so a key takes
+// just its own bytes: the counting decides when a chunk is full, not how much
+// memory a key holds. Keys are whole 4-byte characters, so they stay aligned.
+// The walk is checked first, so a key the 30 chunks (or the 32-bit cell count)
+// cannot hold leaves the pool untouched.
 struct TPool {
   uint32_t** Chunks;
   int& Last;
@@ -95,10 +100,10 @@ struct TPool {
   wchar_t* Take(size_t size) {
     while ((size_t)Used + size >= (size_t)Size) {
       Size = Size ? Size * 2 : FirstChunk;
-      Chunks[++Last] = (uint32_t*)malloc((size_t)Size * 4);
+      Chunks[++Last] = (uint32_t*)malloc((size_t)Size);
       Used = 0;
     }
-    wchar_t* key = (wchar_t*)(Chunks[Last] + Used);
+    wchar_t* key = (wchar_t*)((char*)Chunks[Last] + Used);
     Used += (int)size;
     return key;
   }
@@ -158,7 +163,8 @@ T* NewBuckets(unsigned mask) {
 
 THashtable::THashtable(unsigned mask)
     : Buckets(NewBuckets<uint32_t>(mask)), Chunks(), ChunkLast(-1), ChunkSize(0), ChunkUsed(0), Capacity(0),
-      Next(nullptr), Mask(mask), Keys(nullptr), Values(nullptr), Hashes(nullptr), Count(0), OwnValues(1) {}
+      Next(nullptr), Mask(mask), Keys(nullptr), Values(nullptr), Hashes(nullptr), Count(0), OwnValues(1),
+      Grows(0) {}
 
 THashtable::~THashtable() {
   Clear();
@@ -180,6 +186,10 @@ int THashtable::Find(const wchar_t* text1, const wchar_t* text2, int create) {
   if (!copy) return -1;
   key.CopyTo(copy);
   Hashes[Count] = key.Hash;
+  if (Grows && (unsigned)Count > Mask && Mask < MaxMask && ((Mask + 1) & Mask) == 0) {
+    GrowBuckets();
+    Lookup(Buckets, Next, Mask, Keys, Hashes, key, End32, last);
+  }
   // New keys go to the tail, so an older equal key is found first.
   if (last == End32) Buckets[key.Hash & Mask] = Count;
   else Next[last] = Count;
@@ -217,6 +227,27 @@ wchar_t* THashtable::Allocate(size_t size) {
   Keys[Count] = key;
   Values[Count] = nullptr;
   return key;
+}
+
+// Doubles the buckets. Each chain splits into two, the entries keeping their
+// order, so lookups find the same entry as before; unlinked entries stay out.
+void THashtable::GrowBuckets() {
+  unsigned size = Mask + 1;
+  uint32_t* buckets = (uint32_t*)realloc(Buckets, (size_t)size * 2 * sizeof(uint32_t));
+  if (!buckets) return;
+  Buckets = buckets;
+  for (unsigned b = 0; b < size; b++) {
+    uint32_t low = End32, high = End32, *lowTail = &low, *highTail = &high;
+    for (uint32_t e = Buckets[b]; e != End32; e = Next[e]) {
+      uint32_t*& tail = Hashes[e] & size ? highTail : lowTail;
+      *tail = e;
+      tail = &Next[e];
+    }
+    *lowTail = *highTail = End32;
+    Buckets[b] = low;
+    Buckets[b + size] = high;
+  }
+  Mask = size * 2 - 1;
 }
 
 void* THashtable::GetValue(int entry) const { return entry >= 0 && entry < Count ? Values[entry] : nullptr; }

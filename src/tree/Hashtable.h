@@ -5,7 +5,9 @@
 // TIndextable turns an attribute name into a 32-bit name index: low half = slot
 // in the low space (layout elements), high half = slot in the high space (rows);
 // 0xFFFF in a half means "no slot there", -1 as a whole means "no such name".
-// Buckets are fixed for the table's life; keys live in chunks that never move,
+// Buckets are fixed for the table's life unless AllowGrowth was called (the
+// id table of a tree): then they double whenever there are more entries than
+// buckets, chains keeping their order. Keys live in chunks that never move,
 // so key pointers and entry numbers stay valid while the table grows.
 #pragma once
 #include <cstddef>
@@ -34,6 +36,9 @@ public:
   void Remove(const wchar_t* text);
   void Clear();
 
+  // Lets the buckets double with the entries (masks of the form 2^n - 1).
+  void AllowGrowth() { Grows = 1; }
+
   int GetCount() const { return Count; }
   wchar_t** GetKeys() const { return Keys; }
   const wchar_t* GetKey(int entry) const { return entry >= 0 && entry < Count ? Keys[entry] : nullptr; }
@@ -54,7 +59,9 @@ protected:
   uint32_t* Hashes;
   int Count;
   unsigned char OwnValues;
+  unsigned char Grows;
 
+  void GrowBuckets();
   int Find(const wchar_t* text1, const wchar_t* text2, int create);
   // Prepares entry Count with a pooled key of size bytes (counted as cells);
   // null when the pool or the arrays cannot take it.

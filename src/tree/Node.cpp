@@ -8,7 +8,13 @@
 void* TNode::operator new(size_t size) { return calloc(1, size); }
 void TNode::operator delete(void* p) { free(p); }
 
-void TNode::Delete(TNode* node) { delete static_cast<TNodeCalc*>(node); }
+void TNode::Delete(TNode* node) {
+  if (!node) return;
+  TNodeCalc* calc = static_cast<TNodeCalc*>(node);
+  // A pooled node's memory stays with the tree's store.
+  if (calc->Pooled & PooledNode) calc->~TNodeCalc();
+  else delete calc;
+}
 
 TNode::TNode() : Prev(nullptr), Next(nullptr), Parent(nullptr), FirstChild(nullptr), LastChild(nullptr) {}
 

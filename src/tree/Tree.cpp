@@ -1,11 +1,15 @@
 #include "tree/Tree.h"
+#include <cstring>
+#include <new>
 #include "grid/Calc.h"
 
 TTree::TTree(const wchar_t* rootName)
-    : Names(8191), Ids(32767), TmpEnd(Tmp + TmpSize), TmpPos(Tmp), Root(nullptr), Format(nullptr), TimeZone(0),
+    : Store(), Names(8191), Ids(32767), TmpEnd(Tmp + TmpSize), TmpPos(Tmp), Root(nullptr), Format(nullptr), TimeZone(0),
       Precision(10000), Hirji(false), IdIndex(IIdIndex), ExpandedIndex(IExpandedIndex), DefIndex(IDefIndex),
       AggChildrenIndex(-1), MaxChildrenOffline(3) {
   Tmp[0] = 0;
+  // A million rows would make chains of thousands on the fixed buckets.
+  Ids.AllowGrowth();
   static const wchar_t* const fixed[] = {L"#Name", L"#Type", L"#Text", L"id", L"Expanded", L"Def"};
   for (const wchar_t* name : fixed) Names.GetIndex(name, 3);
   if (rootName) Root = CreateElement(rootName);
@@ -21,6 +25,16 @@ TNode* TTree::CreateElement(const wchar_t* name) {
   TNode* node = new TNodeCalc();
   node->Tree = this;
   if (name) node->SetString(INameIndex, name);
+  return node;
+}
+
+TNode* TTree::CreatePooledElement() {
+  void* memory = Store.TakeNode(sizeof(TNodeCalc));
+  if (!memory) return CreateElement(nullptr);
+  memset(memory, 0, sizeof(TNodeCalc));
+  TNode* node = ::new (memory) TNodeCalc();
+  node->Pooled = PooledNode;
+  node->Tree = this;
   return node;
 }
 

@@ -3,6 +3,7 @@
 // value conversion reads. Reading and writing documents: Xml.h.
 #pragma once
 #include <vector>
+#include "tree/Store.h"
 #include "tree/Hashtable.h"
 
 class TNode;
@@ -26,6 +27,9 @@ public:
   int GetIdIndex(const wchar_t* text, int create) { return Ids.Get(text, create); }
 
   TNode* CreateElement(const wchar_t* name);
+  // A nameless element in the store's memory (the reader's children), or on
+  // the heap when the store gives none.
+  TNode* CreatePooledElement();
   TNode* GetElem(const wchar_t* id);
   TNode* GetRowById(const wchar_t* id) { return GetElem(id); }
   void RemoveId(const wchar_t* id) { Ids.Remove(id); }
@@ -45,6 +49,8 @@ public:
   char* GetXml(bool reversed, int* length, int flags);
   int SaveXml(const wchar_t* path, int encoding);
 
+  // Declared first, so that it outlives every node of the tree.
+  TStore Store;
   TIndextable Names;
   TNodetable Ids;
   wchar_t Tmp[TmpSize + TmpMargin];
@@ -66,4 +72,7 @@ private:
   std::vector<wchar_t> BigTmp[BigTmpCount];
   int BigTmpNext = 0;
   const wchar_t* AddDocument(TNode* element, const wchar_t* text);
+  // Makes a read element the root or merges it into the root; an element
+  // that failed to read is deleted. Returns read.
+  bool AttachDocument(TNode* element, bool read);
 };

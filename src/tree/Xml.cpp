@@ -12,26 +12,106 @@
 namespace {
 inline bool IsBlank(wchar_t c) { return c && (unsigned)c < 33; }
 
-inline const wchar_t* SkipBlanks(const wchar_t* p) {
+// UTF-8 read as it is scanned, one character at a time, by the same rules as
+// ToUnicode: no validation, reversed sequences, and a sequence cut short by
+// the terminator (or one that decodes to 0) ends the text. So a document
+// scans to the very same characters as its widened copy would.
+class TUtf8Cursor {
+public:
+  explicit TUtf8Cursor(const char* s) : S((const unsigned char*)s) { Decode(); }
+  wchar_t operator*() const { return C; }
+  TUtf8Cursor& operator++() {
+    S += N;
+    Decode();
+    return *this;
+  }
+  TUtf8Cursor operator++(int) {
+    TUtf8Cursor before = *this;
+    ++*this;
+    return before;
+  }
+  // At the end the cursor stays put, so stepping past it is harmless.
+  TUtf8Cursor operator+(int k) const {
+    TUtf8Cursor c = *this;
+    while (k-- > 0) ++c;
+    return c;
+  }
+  wchar_t operator[](int k) const { return *(*this + k); }
+  const char* Bytes() const { return (const char*)S; }
+  // Bytes from here to a later cursor: an upper bound of its characters.
+  size_t BytesTo(const TUtf8Cursor& end) const { return end.S - S; }
+
+private:
+  const unsigned char* S;
+  wchar_t C;
+  int N;
+
+  void Decode() {
+    unsigned b = S[0], b2, b3;
+    N = 0;
+    C = 0;
+    if (b < 0x80) {
+      C = (wchar_t)b;
+      N = b ? 1 : 0;
+      return;
+    }
+    if ((b & 0x40) == 0) {
+      // Reversed: continuation bytes first, the lead byte last.
+      if (!(b2 = S[1])) return;
+      if (b2 & 0x40) {
+        C = (wchar_t)((b2 & 31) * 64 + (b & 63));
+        N = 2;
+      } else {
+        if (!(b3 = S[2])) return;
+        C = (wchar_t)((b3 << 12 & 0xFFFF) + (b2 & 63) * 64 + (b & 63));
+        N = 3;
+      }
+    } else if (b & 0x20) {
+      if (!(b2 = S[1]) || !(b3 = S[2])) return;
+      C = (wchar_t)((b << 12 & 0xFFFF) + (b2 & 63) * 64 + (b3 & 63));
+      N = 3;
+    } else {
+      if (!(b2 = S[1])) return;
+      C = (wchar_t)((b & 31) * 64 + (b2 & 63));
+      N = 2;
+    }
+    if (!C) N = 0;
+  }
+};
+
+template <class P>
+inline P SkipBlanks(P p) {
   while (IsBlank(*p)) p++;
   return p;
 }
 
-// Skips "<!...>" or "<?...>" from its '<'; returns the position behind it, or
-// null at the end of the text.
-const wchar_t* SkipDeclaration(const wchar_t* p) {
+// Skips "<!...>" or "<?...>" from its '<' and returns true with p behind it;
+// false at the end of the text.
+template <class P>
+bool SkipDeclaration(P& p) {
   if (p[1] == L'!' && p[2] == L'-') {
-    // A comment: "<!-" is enough to open one; it ends at "-->".
-    for (const wchar_t* q = p + 3; *q; q++)
-      if (*q == L'>' && q[-1] == L'-' && q[-2] == L'-') return q + 1;
-    return nullptr;
+    // A comment: "<!-" is enough to open one; it ends at "-->", the two
+    // characters before the '>' being the ones last seen.
+    wchar_t before1 = p[2], before2 = p[1];
+    for (P q = p + 3; *q; q++) {
+      if (*q == L'>' && before1 == L'-' && before2 == L'-') {
+        p = q + 1;
+        return true;
+      }
+      before2 = before1;
+      before1 = *q;
+    }
+    return false;
   }
   int depth = 1;
-  for (const wchar_t* q = p + 1; *q; q++) {
+  for (P q = p + 1; *q; q++) {
     if (*q == L'<') depth++;
-    else if (*q == L'>' && --depth == 0) return q + 1;
+    else if (*q == L'>' && --depth == 0) {
+      p = q + 1;
+      return true;
+    }
   }
-  return nullptr;
+  return false;
 }
 
 // Decodes a document that stands entity-encoded as a whole: only &lt; &gt;
@@ -92,12 +172,32 @@ struct TNodeXml::TScan {
     Used = cells;
     return Blocks[Block];
   }
-  // A value as it will be stored: in place without '&', decoded otherwise.
-  void AddValue(int slot, const wchar_t* text, int length) {
+  // The characters from start up to end as wide text: wide documents are read
+  // in place; UTF-8 is decoded into the arena, terminated.
+  const wchar_t* Text(const wchar_t* start, const wchar_t* end, int& length) {
+    length = (int)(end - start);
+    return start;
+  }
+  const wchar_t* Text(TUtf8Cursor start, const TUtf8Cursor& end, int& length) {
+    wchar_t* target = Reserve(start.BytesTo(end) + 1);
+    wchar_t* out = target;
+    for (; start.Bytes() < end.Bytes(); ++start) *out++ = *start;
+    *out = 0;
+    length = (int)(out - target);
+    return target;
+  }
+  static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
+  static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
+  // A value as it will be stored: without '&' as it stands, decoded otherwise.
+  // A decoded value is never longer than its source.
+  template <class P>
+  void AddValue(int slot, P start, P end) {
+    int length;
+    const wchar_t* text = Text(start, end, length);
     if (!wmemchr(text, L'&', length)) return Add(slot, text, length);
-    wchar_t* target = Reserve(length + 1);
-    wchar_t* end = XmlToString(text, target, text + length);
-    Add(slot, target, (int)(end - target));
+    wchar_t* target = InPlace(text, start) ? Reserve(length + 1) : const_cast<wchar_t*>(text);
+    wchar_t* last = XmlToString(text, target, text + length);
+    Add(slot, target, (int)(last - target));
   }
 };
 
@@ -107,33 +207,44 @@ const wchar_t* TNodeXml::SetXml(const wchar_t* text, int depth) {
   if (!wcsncmp(text, L"&lt;", 4)) {
     wchar_t* copy = DecodeEscapedDocument(text);
     if (!copy) return nullptr;
-    const wchar_t* result = Scan(scan, copy, depth);
+    const wchar_t* p = copy;
+    bool read = Scan(scan, p, depth);
     free(copy);
     // The position inside the freed copy means nothing to the caller; success
     // is reported as the end of the original text.
-    return result ? text + wcslen(text) : nullptr;
+    return read ? text + wcslen(text) : nullptr;
   }
-  return Scan(scan, text, depth);
+  return Scan(scan, text, depth) ? text : nullptr;
 }
 
-const wchar_t* TNodeXml::Scan(TScan& scan, const wchar_t* p, int depth) {
-  if (depth > MaxDepth) return nullptr;
+const char* TNodeXml::SetXml(const char* text, int depth) {
+  if (!text) return nullptr;
+  TScan scan;
+  TUtf8Cursor p(text);
+  return Scan(scan, p, depth) ? p.Bytes() : nullptr;
+}
+
+template <class P>
+bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
+  if (depth > MaxDepth) return false;
   if (depth > 2) Flags |= FSpec;
   int mode = Flags & FSpec ? 2 : 1;
 
   for (;;) {
     p = SkipBlanks(p);
-    if (*p != L'<') return *p ? p : nullptr;
+    if (*p != L'<') return *p != 0;
     if (p[1] != L'!' && p[1] != L'?') break;
-    if (!(p = SkipDeclaration(p))) return nullptr;
+    if (!SkipDeclaration(p)) return false;
   }
 
   const size_t base = scan.Slots.size();
   const size_t arenaBlock = scan.Block, arenaUsed = scan.Used;
-  const wchar_t* result = nullptr;
-  const wchar_t* name = ++p;
+  bool result = false;
+  int length;
+  const P name = ++p;
   while (*p && !IsBlank(*p) && *p != L'/' && *p != L'>') p++;
-  scan.Add(0, name, (int)(p - name));
+  const wchar_t* nameText = scan.Text(name, p, length);
+  scan.Add(0, nameText, length);
 
   // Attributes.
   for (;;) {
@@ -144,30 +255,34 @@ const wchar_t* TNodeXml::Scan(TScan& scan, const wchar_t* p, int depth) {
       p = SkipBlanks(p + 1);
       if (*p != L'>') goto done;
       SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
-      result = p + 1;
+      p++;
+      result = true;
       goto done;
     }
-    const wchar_t* attr = p;
+    const P attr = p;
     while ((unsigned)*p > 32 && *p != L'=') p++;
-    int attrLength = (int)(p - attr);
+    const P attrEnd = p;
     p = SkipBlanks(p);
     if (*p != L'=') goto done;
     p = SkipBlanks(p + 1);
     wchar_t quote = *p;
     if (quote != L'"' && quote != L'\'') goto done;
-    const wchar_t* value = ++p;
+    const P value = ++p;
     while (*p && *p != quote) p++;
     if (!*p) goto done;
-    int valueLength = (int)(p++ - value);
-    if (attrLength == 3 && !wcsncmp(attr, L"_0F", 3)) {
-      if (wcstol(value, nullptr, 10) & FFiltered) Flags |= FFiltered;
+    const P valueEnd = p++;
+    const wchar_t* attrText = scan.Text(attr, attrEnd, length);
+    if (length == 3 && !wcsncmp(attrText, L"_0F", 3)) {
+      // Read up to the first character that is not a digit: the closing quote
+      // in place, the terminator of a decoded copy.
+      if (wcstol(scan.Text(value, valueEnd, length), nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
-    int index = Tree->Names.GetIndexN(attr, attrLength, mode);
+    int index = Tree->Names.GetIndexN(attrText, length, mode);
     int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
     // A name the table could not number is dropped rather than misplaced.
     if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) continue;
-    scan.AddValue(slot, value, valueLength);
+    scan.AddValue(slot, value, valueEnd);
   }
 
   // Content: children and text runs up to the end tag.
@@ -176,31 +291,30 @@ const wchar_t* TNodeXml::Scan(TScan& scan, const wchar_t* p, int depth) {
     if (!*p) goto done;
     if (*p == L'<') {
       if (p[1] == L'!' || p[1] == L'?') {
-        if (!(p = SkipDeclaration(p))) goto done;
+        if (!SkipDeclaration(p)) goto done;
         continue;
       }
-      const wchar_t* q = SkipBlanks(p + 1);
+      P q = SkipBlanks(p + 1);
       if (*q == L'/') {
         while (*q && *q != L'>') q++;
         if (!*q) goto done;
         SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
-        result = q + 1;
+        p = q + 1;
+        result = true;
         goto done;
       }
-      TNodeXml* child = (TNodeXml*)Tree->CreateElement(nullptr);
-      const wchar_t* next = child->Scan(scan, p, depth + 1);
-      if (!next || !*next) {
+      TNodeXml* child = (TNodeXml*)Tree->CreatePooledElement();
+      if (!child->Scan(scan, p, depth + 1) || !*p) {
         TNode::Delete(child);
         goto done;
       }
       AppendChild(child);
-      p = next;
       continue;
     }
-    const wchar_t* text = p;
+    const P text = p;
     while (*p && *p != L'<') p++;
     if (!*p) goto done;
-    scan.AddValue(2, text, (int)(p - text));
+    scan.AddValue(2, text, p);
   }
 
 done:
@@ -283,14 +397,12 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     if (slots[i] > highest) highest = slots[i];
   }
 
-  free(Values);
-  free(Slots);
+  ReleaseBlocks();
   Used = (int)used;
   Capacity = GetMaxLog2(Used);
   SlotCount = (int16_t)(highest + 3);
   SlotWidth = Capacity <= 256 ? 2 : 4;
-  Values = Capacity ? (unsigned char*)malloc(Capacity) : nullptr;
-  Slots = calloc(SlotCount, SlotWidth);
+  TakeBlocks();
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
@@ -342,6 +454,22 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
   Tree->Ids.SetNode(entry, this);
 }
 
+void TNodeXml::TakeBlocks() {
+  size_t slotBytes = (size_t)SlotCount * SlotWidth;
+  if (Capacity) {
+    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(Capacity) : nullptr;
+    if (Values) Pooled |= PooledValues;
+    else Values = (unsigned char*)malloc(Capacity);
+  }
+  Slots = Tree ? Tree->Store.TakeBytes(slotBytes) : nullptr;
+  if (Slots) {
+    Pooled |= PooledSlots;
+    memset(Slots, 0, slotBytes);
+  } else {
+    Slots = calloc(SlotCount, SlotWidth);
+  }
+}
+
 wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end) {
   auto inside = [end](const wchar_t* p) { return (!end || p < end) && *p; };
   while (inside(source)) {
@@ -388,9 +516,13 @@ wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wch
 const wchar_t* TTree::AddDocument(TNode* element, const wchar_t* text) {
   if (*text == 0xFEFF) text++;
   const wchar_t* result = ((TNodeXml*)element)->SetXml(text, 0);
-  if (!result) {
+  return AttachDocument(element, result != nullptr) ? result : nullptr;
+}
+
+bool TTree::AttachDocument(TNode* element, bool read) {
+  if (!read) {
     TNode::Delete(element);
-    return nullptr;
+    return false;
   }
   if (!Root) {
     Root = element;
@@ -402,7 +534,7 @@ const wchar_t* TTree::AddDocument(TNode* element, const wchar_t* text) {
     TNode::Delete(Root);
     Root = element;
   }
-  return result;
+  return true;
 }
 
 const wchar_t* TTree::SetXml(const wchar_t* text) {
@@ -435,6 +567,14 @@ const char* TTree::SetXml(const char* text) {
     return SetXml(copy.data()) ? wide : nullptr;
   }
   if (bytes[0] == 0xEF && bytes[1] == 0xBB && bytes[2] == 0xBF) text += 3;
+  // UTF-8 is read as it is scanned, with no wide copy of the whole document;
+  // only a document escaped as a whole is widened first, to be decoded.
+  TUtf8Cursor start(text);
+  if (*start == 0xFEFF) ++start;
+  if (!(start[0] == L'&' && start[1] == L'l' && start[2] == L't' && start[3] == L';')) {
+    TNode* element = CreateElement(nullptr);
+    return AttachDocument(element, ((TNodeXml*)element)->SetXml(start.Bytes(), 0) != nullptr) ? text : nullptr;
+  }
   size_t length = strlen(text);
   wchar_t stackBuffer[2048];
   std::vector<wchar_t> heapBuffer;

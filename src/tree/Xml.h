@@ -16,6 +16,9 @@ public:
 
   // Reads one element into this node; returns where reading stopped, or null.
   const wchar_t* SetXml(const wchar_t* text, int depth);
+  // The same from UTF-8, decoded as it is read (as ToUnicode would widen it);
+  // returns where reading stopped, or null.
+  const char* SetXml(const char* text, int depth);
   // Builds the record in one step from the scanned entries.
   void SetRow(const int* indexes, const wchar_t* const* values, const int* lengths, int count);
   // Decodes entities from source up to NUL or end; returns the output's end
@@ -31,7 +34,13 @@ public:
 
 private:
   struct TScan;
-  const wchar_t* Scan(TScan& scan, const wchar_t* text, int depth);
+  // Reads one element from p (a wide pointer or a UTF-8 cursor) and moves p
+  // behind what it read; false on failure.
+  template <class P>
+  bool Scan(TScan& scan, P& p, int depth);
+  // The value area and slot table at the sizes set, from the tree's store
+  // when it gives them.
+  void TakeBlocks();
   bool ChildrenGoOut(int flags) const;
   bool WriteValue(int meta, const unsigned char* value, wchar_t*& cursor, wchar_t*& start, wchar_t*& end);
 };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "TreeTest.h"
+#include "tree/UTF.h"
 
 namespace {
 
@@ -323,3 +324,97 @@ TEST_F(XmlTest, TreeOutputAndMarkedFiles) {
 }
 
 }  // namespace
+
+// UTF-8 is read as it is scanned; it must give exactly what its widened copy
+// gives as wide text: the same success, tree, records and ids.
+class Utf8ScanTest : public TreeTest {
+protected:
+  // Everything observable of a tree: its dump, with each record's room.
+  static std::wstring Image(TTree& t) {
+    if (!t.Root) return L"<no root>";
+    std::wstring out;
+    Walk(t.Root, out);
+    int length = 0;
+    wchar_t* xml = t.GetXml(&length, 255);
+    out += xml ? xml : L"<null>";
+    free(xml);
+    wchar_t** keys = nullptr;
+    int count = t.GetIds(keys);
+    for (int i = 0; i < count; i++) out += L"|" + std::wstring(keys[i]) + (t.GetElem(keys[i]) ? L"+" : L"-");
+    return out;
+  }
+  static void Walk(TNode* n, std::wstring& out) {
+    std::string room = Room(n) + "/" + std::to_string(n->Flags) + ";";
+    out += std::wstring(room.begin(), room.end());
+    for (TNode* c = n->FirstChild; c; c = c->Next) Walk(c, out);
+  }
+  void ExpectSame(const std::string& bytes) {
+    TTree scanned, widened;
+    bool read = scanned.SetXml(bytes.c_str()) != nullptr;
+    // The 8-bit form drops a leading byte order mark before anything else.
+    std::string body = bytes.compare(0, 3, "\xEF\xBB\xBF") ? bytes : bytes.substr(3);
+    std::vector<wchar_t> wide(body.size() + 1);
+    ToUnicode(body.c_str(), wide.data());
+    bool readWide = widened.SetXml(wide.data()) != nullptr;
+    EXPECT_EQ(read, readWide) << bytes;
+    EXPECT_EQ(Image(scanned), Image(widened)) << bytes;
+  }
+};
+
+TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
+  const char* const documents[] = {
+      "<a/>", "", "   ", "abc", "<a><b/>", "<a>one<b/>two</a>", "<a x='&lx;' y=\"&#65\" z=\"A&#66;\"/>",
+      "&lt;a/&gt;", "&lt;a b=&quot;1&quot;/&gt;", "\xEF\xBB\xBF<a b=\"\xC3\xA9\"/>", "\xEF\xBB\xBF\xEF\xBB\xBF<a/>",
+      "\xBF\xBB\xEF<a/>", "<a b=\"\xE2\x82\xAC \xAC\x82\xE2 \xA9\xC3\"/>",
+      // Overlong forms that decode to markup characters, and lead bytes that
+      // swallow a quote or a bracket.
+      "<a b=\"x\xC0\xA2 y\"/>", "<a\xC0\xBE<b/></a>", "<a b=\"\xE0\"\"/>", "<a b=\"\xE0\"x\"/>", "<\xC0\xAF\xC0\xBE",
+      "<a>\xF0\x9F\x98\x80</a>", "<a b=\"\xF0\x9F\x98\x80\"/>",
+      // A sequence cut short by the end, and one that decodes to 0.
+      "<a b=\"x\xE2\x82", "<a b=\"x\xC3", "<a>x\x80\xC0</a>", "<a b=\"\x80\xC0\"/>",
+      "<G><B><I id=\"1\" A=\"\xC3\xA9t\xC3\xA9\" B=\"12\" C=\"1.5\" _0F=\"\xC0\xB8\"/><I id=\"1\" x=\"2\"/></B></G>",
+      "<a><!-- x --><!-x--><?p <q> ?><![CDATA[<x>]]><b/>t&amp;u</a>", "<a><!-\xC0\xAD->x--></a>",
+      "<a>\xC0\xBC/a></a>", "<a \xC3\xA9=\"1\" \xC0\xBD=\"2\"/>",
+  };
+  for (const char* d : documents) ExpectSame(d);
+}
+
+TEST_F(Utf8ScanTest, RandomBytesReadAsTheirWidenedCopies) {
+  // Markup pieces mixed with every kind of lead and continuation byte.
+  const char* const pieces[] = {"<", ">", "/", "=", "\"", "'", " ", "a", "I", "id", "1", "-", ".", "&", "amp;",
+                                "&#x41;", "<!", "--", "?", "\x80", "\xBF", "\xC0", "\xC3", "\xE2", "\xEF", "\xF0",
+                                "\x41", "<I id=\"1\">", "</I>", "<a b=\"", "\"/>"};
+  unsigned state = 12345;
+  for (int round = 0; round < 3000; round++) {
+    std::string d = round % 2 ? "<G>" : "";
+    int n = 1 + round % 24;
+    for (int i = 0; i < n; i++) {
+      state = state * 1103515245u + 12345u;
+      d += pieces[(state >> 16) % (sizeof pieces / sizeof *pieces)];
+    }
+    ExpectSame(d);
+  }
+}
+
+// Rows read from a document live in the tree's store; writes that outgrow
+// their blocks, copies, replacements and deletions must treat them like any
+// other record.
+TEST_F(XmlTest, ReadRowsGrowCopyAndDieLikeOthers) {
+  ASSERT_TRUE(Load(L"<G><B><I id=\"1\" A=\"x\"/><I id=\"2\" A=\"y\"><I id=\"3\"/></I></B></G>"));
+  TNode* one = tree.GetElem(L"1");
+  ASSERT_NE(one, nullptr);
+  std::wstring longText(300, L'z');
+  one->SetString(L"Long", longText.c_str());  // new slot and a value area past 512 bytes
+  one->SetInt(L"N", 7);
+  EXPECT_EQ(one->SlotWidth, 4);
+  TNode* copy = one->CopyNode(&tree, true);
+  EXPECT_EQ(Xml(copy), L"<I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/>");
+  tree.Root->FirstChild->AppendChild(copy);
+  TNode* two = tree.GetElem(L"2");
+  two->SetString(L"A", L"longer than the room it had");
+  ASSERT_TRUE(Load(L"<G><B><I id=\"2\" B=\"5\"/></B></G>"));  // replaces row 2, keeps its child
+  TNode::Delete(tree.Root->FirstChild->RemoveChild(one));
+  EXPECT_EQ(Xml(tree.Root, 2),
+            L"<G><B><I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/></B><B><I id=\"2\" "
+            L"A=\"longer than the room it had\" B=\"5\"><I id=\"3\"/></I></B></G>");
+}
