@@ -41,7 +41,7 @@ if(BUILD_TESTING)
     add_test(NAME bindings.php
              COMMAND ${PHP_EXECUTABLE} -n -d extension=$<TARGET_FILE:sarvendo_php>
                      ${CMAKE_SOURCE_DIR}/tests/bindings/php/ExtensionTest.php)
-    sarvendo_host_test_environment(bindings.php)
+    sarvendo_host_test_environment(bindings.php DEEPBIND)
   else()
     sarvendo_skipped_test(bindings.php "no php-config or php")
   endif()
