@@ -197,6 +197,18 @@ int TGrids::GetIndexes(int* out, int) {
   return count;
 }
 
+int TGrids::ListIndexes(int* out, int room) {
+  int count = 0;
+  TableLock.EnterRead();
+  for (int i = 0; i < Capacity; i++) {
+    if (!Table[i]) continue;
+    if (out && count < room) out[count] = i;
+    count++;
+  }
+  TableLock.LeaveRead();
+  return count;
+}
+
 // ---- TGrids: life of a grid ----
 
 int TGrids::CreateGrid(const wchar_t* doc1, const wchar_t* doc2, const wchar_t* doc3, const wchar_t* doc4,

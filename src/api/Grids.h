@@ -66,6 +66,9 @@ public:
   // Count of live grids; with out, their indices, all of them: max is not
   // looked at, hosts ask for the count first and give room for every grid.
   int GetIndexes(int* out, int max);
+  // As GetIndexes, storing at most room indices: for hosts whose array has a
+  // length of its own. The count is of all live grids.
+  int ListIndexes(int* out, int room);
   wchar_t* GetSession(const wchar_t* xml);
   char* GetSession(const char* xml);
   wchar_t* GetGridSession(int index);
