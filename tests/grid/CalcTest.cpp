@@ -89,7 +89,7 @@ TEST_F(CalcTest, CompiledCode) {
       {L"", L""}, {L"'abc", L"error"}, {L".5", L"error"}, {L"$", L"error"}, {L"a\u00e9", L"error"}, {L"(1", L"error"},
       {L"1)", L"error"}, {L"Get(R1 'A')", L"error"}, {L"Get(R1,A)", L"error"}, {L"Get(R1,'A)", L"error"}};
   for (auto& c : cases) EXPECT_EQ(Compile(c.Formula), c.Code) << c.Formula;
-  char code[8];
+  char code[TGridCalc::MaxCode];
   wchar_t empty[] = L"";
   EXPECT_EQ(grid->ParseFormula(empty, code), 1);
   // A failed Get form leaves the text cut behind the word; names enter the tables even then.
@@ -97,8 +97,7 @@ TEST_F(CalcTest, CompiledCode) {
   EXPECT_EQ(grid->ParseFormula(text, code), 0);
   EXPECT_STREQ(text, L"1+Get");
   wchar_t kept[] = L"A + B";
-  char big[64];
-  EXPECT_GT(grid->ParseFormula(kept, big), 0);
+  EXPECT_GT(grid->ParseFormula(kept, code), 0);
   EXPECT_STREQ(kept, L"A + B");
 }
 
