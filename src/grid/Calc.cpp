@@ -688,11 +688,12 @@ int* TGridCalc::GetCalcOrder(TNode* node) {
 
 std::wstring TGridCalc::FormulaColumns(TNode* node, bool perCell) {
   std::wstring list;
+  int formula = Tree->GetIndex(L"Formula", 0);
   for (int entry = 0; entry < Cols.GetCount(); entry++) {
     const wchar_t* name = Cols.GetKey(entry);
     TNode* column = Cols.GetNode(entry);
     if (!name) continue;
-    bool has = perCell ? *node->GetString(name, L"Formula") : column && *column->GetString(L"Formula");
+    bool has = perCell ? *node->GetString(name, L"Formula") : column && *column->GetString(formula);
     if (has) list += (list.empty() ? L"" : L",") + std::wstring(name);
   }
   return list;
