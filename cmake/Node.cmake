@@ -14,7 +14,7 @@ set_property(TARGET sarvendo PROPERTY SOURCES ${_sarvendo_sources})
 
 find_program(NODE_EXECUTABLE NAMES node nodejs)
 find_path(NODE_API_INCLUDE node_api.h
-  PATHS ${CMAKE_SOURCE_DIR}/bindings/node/node_modules/node-api-headers/include
+  HINTS ${CMAKE_SOURCE_DIR}/bindings/node/node_modules/node-api-headers/include
   PATH_SUFFIXES node nodejs/src)
 find_package(Python3 COMPONENTS Interpreter)
 
