@@ -13,7 +13,6 @@
 #include <climits>
 #include <cmath>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -263,6 +262,7 @@ napi_value NewError(napi_env env, const std::string& text, bool typeError) {
 void Complete(napi_env env, napi_status status, void* data) {
   std::unique_ptr<TWork> work((TWork*)data);
   napi_delete_async_work(env, work->Work);
+  // Cancelled only as the environment goes away: nobody waits for the promise.
   if (status == napi_cancelled) return;
   if (work->OutOfMemory) {
     napi_reject_deferred(env, work->Deferred, NewError(env, Message(*work->Binding, "out of memory"), false));

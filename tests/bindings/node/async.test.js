@@ -8,39 +8,33 @@ const os = require('os');
 const path = require('path');
 const { sv, layout, data, withSession } = require('./helpers');
 
+const requests = ['A', '-B,A', 'C'].map((sort) => `<Grid><Cfg Sort="${sort}"/></Grid>`);
 const rows = (n) => '<Grid><Body><B>' + Array.from({ length: n }, (_, k) =>
   `<I id="${k + 1}" A="ř${(k * 7919) % 1000}" B="${(k * 104729) % 997}" C="${k / 4}"/>`).join('') +
   '</B></Body></Grid>';
-const requests = ['<Grid><Cfg Sort="A"/></Grid>', '<Grid><Cfg Sort="-B,A"/></Grid>', '<Grid><Cfg Sort="C"/></Grid>'];
-const change = '<Grid><Changes><I id="2" A="nový"/></Changes></Grid>';
 
-// One grid's life through the given forms: everything it answered, in order.
-async function life(forms, k) {
-  const grid = await forms.createGrid(layout, rows(2000 + k), withSession(`twin ${k}`));
+// One grid's life through the plain (suffix '') or promise forms: all it answered, in order.
+async function life(suffix, k, dir) {
+  const call = (name, ...args) => sv[name + suffix](...args);
+  const grid = await call('createGrid', layout, rows(2000 + k), withSession(`twin ${k}`));
   const answers = [];
   for (const request of requests) {
-    answers.push(await forms.getBody(grid, request));
-    answers.push(await forms.getPage(grid, '<Grid><Body><B Pos="3"/></Body></Grid>'));
+    answers.push(await call('getBody', grid, request));
+    answers.push(await call('getPage', grid, '<Grid><Body><B Pos="3"/></Body></Grid>'));
   }
-  answers.push(await forms.save(grid, change), await forms.getData(grid), await forms.getExport(grid, '<Grid/>'));
-  answers.push(await forms.saveToFile(grid, path.join(forms.dir, `${k}.xml`), 0));
+  answers.push(await call('save', grid, '<Grid><Changes><I id="2" A="nový"/></Changes></Grid>'),
+    await call('getData', grid), await call('getExport', grid, '<Grid/>'),
+    await call('saveToFile', grid, path.join(dir, `${k}.xml`), 0));
   return answers;
 }
 
-const names = ['createGrid', 'getBody', 'getPage', 'save', 'getData', 'getExport', 'saveToFile'];
-const plain = Object.fromEntries(names.map((n) => [n, sv[n]]));
-const promised = Object.fromEntries(names.map((n) => [n, sv[n + 'Async']]));
-
-test('several grids served at once give what the plain forms give', async () => {
-  plain.dir = fs.mkdtempSync(path.join(os.tmpdir(), 'sarvendo-plain-'));
-  promised.dir = fs.mkdtempSync(path.join(os.tmpdir(), 'sarvendo-async-'));
-  const count = 8;
+test('several grids served at once give what the plain forms give', async (t) => {
+  const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'sarvendo-async-'));
+  t.after(() => fs.rmSync(dir, { recursive: true, force: true }));
   const expected = [];
-  for (let k = 0; k < count; k++) expected.push(await life(plain, k));
-  const got = await Promise.all([...Array(count).keys()].map((k) => life(promised, k)));
-  assert.deepStrictEqual(got, expected);
+  for (let k = 0; k < 8; k++) expected.push(await life('', k, dir));
+  assert.deepStrictEqual(await Promise.all([...expected.keys()].map((k) => life('Async', k, dir))), expected);
   assert.ok(expected[0][0].length > 100);
-  for (const dir of [plain.dir, promised.dir]) fs.rmSync(dir, { recursive: true, force: true });
 });
 
 test('one grid asked many times at once answers each request whole', async () => {
