@@ -8,7 +8,8 @@ test.beforeEach(() => sv.clear());
 
 test('wrong argument types throw a TypeError naming the function, async forms reject', async () => {
   const calls = [['getBody', 'x'], ['getBody', 0, 5], ['updateGrid', 0, null], ['findGrid'], ['findGrids', '<G/>', '1'],
-    ['deleteGrid', null], ['createGrid', 1], ['createGrid', ...'abcdefg'], ['getCells', 0, 'r', {}], ['saveToFile', 0], ['setGridLocale', 0n, ''], ['getIndexes', 1]];
+    ['deleteGrid', null], ['createGrid', 1], ['createGrid', ...'abcdefg'], ['getCells', 0, 'r', {}], ['saveToFile', 0],
+    ['setGridLocale', 0n, ''], ['getIndexes', 1]];
   for (const [name, ...args] of calls) {
     assert.throws(() => sv[name](...args), (e) => e instanceof TypeError && e.message.startsWith(name + ': '), name);
   }
