@@ -42,7 +42,7 @@ export function getChanges(index: number, flags?: number): string | null;
 export function setGridLocale(index: number, name: string): number;
 /** The grid as an HTML document for spreadsheet programs. */
 export function getExport(index: number, xml?: string | null): string | null;
-/** The IO Session of a document; empty text when it has none, null for XML that can't be parsed. */
+/** The IO Session of a document: empty text when IO has none; null without IO or for XML that can't be parsed. */
 export function getSession(xml: string): string | null;
 /** The session of a grid; null if there is no grid. */
 export function getGridSession(index: number): string | null;
