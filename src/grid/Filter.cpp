@@ -109,8 +109,18 @@ bool AllFiltered(TNode* parent) {
   return true;
 }
 
+// Rows lie scattered in memory and the loop does little with each: the
+// next row's records are fetched while this one is tested.
+void Prefetch(const TNode* next) {
+  if (!next) return;
+  __builtin_prefetch(next->Next);
+  __builtin_prefetch(next->Slots);
+  __builtin_prefetch(next->Values);
+}
+
 void FilterChildren(TNode* parent, const TFilterRun& run) {
   for (TNode* child = parent->FirstChild; child; child = child->Next) {
+    Prefetch(child->Next);
     int mask = child->GetInt(run.CanFilterCol);
     if (mask & 1) {
       bool pass = PassCells(child, run);
