@@ -210,13 +210,12 @@ void TGridUpdate::ApplyChange(TSaveRun& run, TNode* change) {
     row = Tree->GetElem(id.c_str());
     if (!row) return;
   }
+  bool deleted = change->GetInt(L"Deleted") != 0, moved = !added && change->GetInt(L"Moved") != 0;
+  if ((deleted || moved) && !added && !IsBodyRow(row)) return;
   int recalc = ReadRecalc(run, row);
-  if (change->GetInt(L"Deleted")) {
-    if (added || IsBodyRow(row)) DeleteRow(run, row, recalc);
-    return;
-  }
-  if (!added && !change->GetInt(L"Moved")) ChangeRow(run, row, change, recalc);
-  else if (added || IsBodyRow(row)) MoveRow(run, row, change, added, recalc);
+  if (deleted) DeleteRow(run, row, recalc);
+  else if (added || moved) MoveRow(run, row, change, added, recalc);
+  else ChangeRow(run, row, change, recalc);
 }
 
 int TGridUpdate::ReadRecalc(TSaveRun& run, TNode* row) {
@@ -375,7 +374,7 @@ void TGridUpdate::CopyChildren(TSaveRun& run, TNode* row) {
     std::vector<TNode*> children;
     for (TNode* child = source->FirstChild; child; child = child->Next) children.push_back(child);
     for (TNode* child : children)
-      if (Depth(row) + 2 + Height(child) <= TNodeXml::MaxDepth) row->AppendChild(child->CopyNode(Tree, true));
+      if (Depth(row) + 1 + Height(child) <= TNodeXml::MaxDepth) row->AppendChild(child->CopyNode(Tree, true));
   }
   run.Copied.Add(row);
 }
