@@ -139,8 +139,8 @@ int TGridUpdate::Save(const wchar_t* xml, int flags) {
   Cfg->SetInt(L"RootCount", run.RootCount);
   if (run.StructureChanged) Body->SetInt(L"UpdateState", 1);
   // Copied children kept their sources' ids until now.
-  for (int i = 0; i < run.Copied.Count; i++)
-    for (TNode* child = run.Copied.Items[i]->FirstChild; child; child = child->Next) SetId(&run.Ids, child, true);
+  for (TNode* row : run.Copied)
+    for (TNode* child = row ? row->FirstChild : nullptr; child; child = child->Next) SetId(&run.Ids, child, true);
   if (run.FullRecalc) CalcChildren(Body);
   return run.WithoutId;
 }
@@ -226,15 +226,27 @@ int TGridUpdate::ReadRecalc(TSaveRun& run, TNode* row) {
 
 void TGridUpdate::DeleteRow(TSaveRun& run, TNode* row, int recalc) {
   TNode* parent = row->Parent;
-  // Rows of this Save that are about to die leave the list of copies.
-  int kept = 0;
-  for (int i = 0; i < run.Copied.Count; i++)
-    if (!Within(run.Copied.Items[i], row)) run.Copied.Items[kept++] = run.Copied.Items[i];
-  run.Copied.Count = kept;
+  ForgetCopied(run, row);
   TNode::Delete(row);
   if (!parent) return;
   if (!run.FullRecalc && (recalc & 6)) RecalcParent(parent, recalc);
   if (IsPage(parent)) run.RootCount--;
+}
+
+// Rows of this Save about to die leave the list of copies.
+void TGridUpdate::ForgetCopied(TSaveRun& run, TNode* row) {
+  if (run.CopiedAt.empty()) return;
+  std::vector<TNode*> pending(1, row);
+  while (!pending.empty()) {
+    TNode* node = pending.back();
+    pending.pop_back();
+    auto found = run.CopiedAt.find(node);
+    if (found != run.CopiedAt.end()) {
+      run.Copied[found->second] = nullptr;
+      run.CopiedAt.erase(found);
+    }
+    for (TNode* child = node->FirstChild; child; child = child->Next) pending.push_back(child);
+  }
 }
 
 void TGridUpdate::RecalcParent(TNode* parent, int recalc) {
@@ -376,7 +388,8 @@ void TGridUpdate::CopyChildren(TSaveRun& run, TNode* row) {
     for (TNode* child : children)
       if (Depth(row) + 1 + Height(child) <= TNodeXml::MaxDepth) row->AppendChild(child->CopyNode(Tree, true));
   }
-  run.Copied.Add(row);
+  run.CopiedAt[row] = run.Copied.size();
+  run.Copied.push_back(row);
 }
 
 // A new row of a grouped grid takes the edit columns of its default.

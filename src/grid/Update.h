@@ -12,6 +12,8 @@
 // tables and lists point at, take value changes only.
 #pragma once
 #include <string>
+#include <unordered_map>
+#include <vector>
 #include "grid/Pages.h"
 
 // State of the id generator for one operation; lives on the caller's stack.
@@ -69,7 +71,10 @@ private:
   // What one Save carries from change to change.
   struct TSaveRun {
     TIds Ids;
-    TNodeList Copied;  // added rows that took copies of other rows' children
+    // Added rows that took copies of other rows' children, in order; a row
+    // deleted later in the same Save is nulled through its position.
+    std::vector<TNode*> Copied;
+    std::unordered_map<TNode*, size_t> CopiedAt;
     bool FullRecalc = false;
     bool StructureChanged = false;
     int RootCount = 0;
@@ -81,6 +86,7 @@ private:
   void ApplyChange(TSaveRun& run, TNode* change);
   int ReadRecalc(TSaveRun& run, TNode* row);
   void DeleteRow(TSaveRun& run, TNode* row, int recalc);
+  void ForgetCopied(TSaveRun& run, TNode* row);
   void RecalcParent(TNode* parent, int recalc);
   void ChangeRow(TSaveRun& run, TNode* row, TNode* change, int recalc);
   void MoveRow(TSaveRun& run, TNode* row, TNode* change, bool added, int recalc);
