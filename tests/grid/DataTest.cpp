@@ -165,6 +165,9 @@ TEST_F(SavedDataTest, AFailedSaveLeavesTheEarlierFileWhole) {
       {dir, -1}, {dir + "missing/x.xml", -1}, {"", -1}, {"/dev/full", -2}};
   for (auto& c : cases) EXPECT_EQ(SaveFile(c.Name, 0), c.Code) << c.Name;
   EXPECT_EQ(grid->SaveToFile(nullptr, 0), -1);
+  // A directory given to read back is no document either.
+  TTree tree;
+  EXPECT_EQ(tree.LoadXml(std::wstring(dir.begin(), dir.end()).c_str()), -1);
 
   // A write cut short by the file size limit: -2, the earlier file unchanged, no file left beside it.
   for (int i = 0; i < 200; i++)
