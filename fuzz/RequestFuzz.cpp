@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -139,6 +140,47 @@ std::string Request() {
   return R(5) == 0 ? Mutate(s) : s;
 }
 
+// A change document: rows by id, some new, deleted or moved, naming rows,
+// pages and the layout's own elements as parents, neighbours and sources.
+std::string ChangeDoc() {
+  static const std::vector<const char*> targets = {"Cfg", "Body", "Header", "Toolbar", "R", "C", "Customer"};
+  auto id = [] { return R(6) ? "r" + std::to_string(R(60)) : R(2) ? std::to_string(R(4)) : Pick(targets); };
+  std::string s = "<Grid><Changes>";
+  for (int i = R(16); i > 0; i--) {
+    s += "<I";
+    if (R(10)) s += " id=\"" + id() + "\"";
+    switch (R(6)) {
+      case 0: s += " Added=\"1\""; break;
+      case 1: s += " Deleted=\"1\""; break;
+      case 2: s += " Moved=\"1\""; break;
+      case 3: s += " Added=\"1\" Deleted=\"1\""; break;
+    }
+    for (const char* name : {"Parent", "Next", "Prev", "Copy"})
+      if (R(3) == 0) s += std::string(" ") + name + "=\"" + id() + "\"";
+    if (R(4) == 0) s += std::string(" Recalc=\"") + Pick({"1", "2", "4", "8", "16", "31", "256", "x"}) + "\"";
+    if (R(4) == 0) s += std::string(" Def=\"") + Pick({"Customer", "Order", "R", "Nope"}) + "\"";
+    if (R(3) == 0) s += " Changed=\"1\"";
+    s += Attrs(R(4), cols) + "/>";
+  }
+  s += "</Changes></Grid>";
+  return R(8) == 0 ? Mutate(s) : s;
+}
+
+// Saves to a scratch file beside the run, or to names that can't be written.
+int SaveFile(int g) {
+  static const std::string scratch = "/tmp/sarvendo-fuzz-" + std::to_string(getpid()) + ".xml";
+  const std::string name = R(4) ? scratch : Pick({"/nonexistent/x.xml", "/tmp", ""});
+  static const int choices[] = {0, 1, 4, 16, 28, 29, 40, 124, 255, -1};
+  const int flags = choices[R(10)];
+  int result = SaveToFileA(g, name.c_str(), flags);
+  if (result == 0 && name == scratch && R(2)) {
+    int copy = CreateGridA(scratch.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr);
+    if (copy >= 0) DeleteGrid(copy);
+  }
+  remove(scratch.c_str());
+  return result;
+}
+
 // The wide forms take any wchar_t a host hands in: bytes widened as they
 // are, with now and then a character far outside the 16-bit range.
 std::wstring Widen(const std::string& s) {
@@ -160,7 +202,13 @@ void CallWide(int g) {
       t = GetCells(g, id.c_str(), col.c_str(), R(512), format.c_str());
       break;
     }
-    default: UpdateGrid(g, q.c_str());
+    default:
+      if (R(2)) {
+        UpdateGrid(g, q.c_str());
+      } else {
+        SaveEx(g, Widen(ChangeDoc()).c_str(), R(4));
+        t = GetChanges(g, R(2));
+      }
   }
   FreeString(t);
 }
@@ -170,7 +218,7 @@ void Call(int g) {
   if (R(4) == 0) return CallWide(g);
   const std::string q = Request();
   char* t = nullptr;
-  switch (R(9)) {
+  switch (R(12)) {
     case 0: case 1: case 2: t = GetBodyA(g, q.c_str()); break;
     case 3: case 4: t = GetPageA(g, q.c_str()); break;
     case 5: {
@@ -181,6 +229,8 @@ void Call(int g) {
     }
     case 6: UpdateGridA(g, q.c_str()); break;
     case 7: t = R(2) ? GetDataA(g) : GetLastIdA(g); break;
+    case 8: case 9: SaveExA(g, ChangeDoc().c_str(), R(4)); break;
+    case 10: t = R(3) ? GetChangesA(g, R(2)) : (SaveFile(g), nullptr); break;
     default: SetGridLocaleA(g, Pick({"", "C", "C.UTF-8", "en_US.UTF-8", "xx", "\xff"}));
   }
   FreeStringA(t);

@@ -84,13 +84,15 @@ SARVENDO_API char* GetExportA(int index, const char* xml);
 
 /* Storing */
 
-/* Applies a change document; count of changes or a code. */
+/* Applies a change document; the count of changes without id, or a code. */
 SARVENDO_API int Save(int index, const wchar_t* xml);
 SARVENDO_API int SaveA(int index, const char* xml);
-/* As Save, with flags. */
+/* As Save, with flags: 1 logs the changes, 2 the ids given anew (see GetChanges). */
 SARVENDO_API int SaveEx(int index, const wchar_t* xml, int flags);
 SARVENDO_API int SaveExA(int index, const char* xml, int flags);
-/* Writes the grid's document to a file; 0 or a code. */
+/* Writes a document of the grid to a file, which CreateGrid reads back. Flags: 1 four-byte characters
+   (else UTF-8); 4 IO, 8 Cfg and filters, 16 Body, 32 Head and Foot, 64 all other sections; below 4 the
+   same as 28. 0; -1 the file can't be written, -2 an incomplete write (the earlier file stays), -3 no text. */
 SARVENDO_API int SaveToFile(int index, const wchar_t* fileName, int flags);
 SARVENDO_API int SaveToFileA(int index, const char* fileName, int flags);
 

@@ -1,9 +1,17 @@
 #include "grid/Get.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+
+#include "tree/UTF.h"
 
 namespace {
 
@@ -530,7 +538,220 @@ void TGridGet::FreeCells(TSortNode* nodes, int count) {
 
 // ---- log and saved document ----
 
-wchar_t* TGridGet::GetChanges(int) { return nullptr; }
+wchar_t* TGridGet::GetChanges(int flags) {
+  wchar_t* text = Changes && Changes->FirstChild ? ((TNodeXml*)Changes)->GetXml(nullptr, nullptr, nullptr, 255)
+                                                 : nullptr;
+  if (flags & 1) ClearChanges();
+  return text;
+}
+
 // The whole tree, writer flags 255: every row, filtered or not, with _0F.
 wchar_t* TGridGet::SaveToData(int* outLength) { return Tree->GetXml(outLength, 255); }
-int TGridGet::SaveToFile(const wchar_t*, int) { return -1; }
+
+wchar_t* TGridGet::GetData(int flags, int* outLength) {
+  if (outLength) *outLength = 0;
+  if (!Tree->Root || !Body || !Cfg) return nullptr;
+  if (flags < 4) flags |= 4 | 8 | 16;
+  // The first page goes out without its CDef, and a paged body whose sort
+  // settings don't go along is marked for joining when it is read back.
+  int pagesIndex = Tree->GetIndex(L"PagesCreated", 1), cdefIndex = Tree->GetIndex(L"CDef", 1);
+  int pagesCreated = Body->GetInt(pagesIndex);
+  TNode* first = Body->FirstChild;
+  bool hasCDef = first && first->HasBase(cdefIndex);
+  std::wstring cdef = hasCDef ? first->GetStringBase(cdefIndex) : L"";
+  if (hasCDef) first->SetNull(cdefIndex);
+  std::wstring head = L"<Grid>";
+  if ((flags & 4) && !(flags & 64)) {
+    head += L"<IO";
+    if (IO) AppendAttr(head, IO, L"Session");
+    else head += L" Session=\"\"";
+    head += L"/>";
+  }
+  if ((flags & 8) && !(flags & 64)) head += GetShortCfg();
+  if ((flags & 8) && !(flags & 32)) head += GetFilters();
+  if (pagesCreated && !(flags & 8) && (flags & 96) != 96) Body->SetInt(pagesIndex, -1);
+  std::vector<std::pair<wchar_t*, int>> sections;
+  bool written = GetSections(flags, sections);
+  // Put back, PagesCreated even where it was absent, then as 0.
+  Body->SetInt(pagesIndex, pagesCreated);
+  if (hasCDef) first->SetString(cdefIndex, cdef.c_str());
+  if (!written) return nullptr;
+  size_t length = head.size() + 7;
+  for (auto& section : sections) length += section.second;
+  wchar_t* text = (wchar_t*)malloc((length + 50) * sizeof(wchar_t));
+  wchar_t* cursor = text ? wmemcpy(text, head.data(), head.size()) + head.size() : nullptr;
+  for (auto& section : sections) {
+    if (cursor) cursor = wmemcpy(cursor, section.first, section.second) + section.second;
+    free(section.first);
+  }
+  if (!cursor) return nullptr;
+  cursor = Put(cursor, L"</Grid>");
+  return Finish(cursor, text, outLength);
+}
+
+bool TGridGet::GetSections(int flags, std::vector<std::pair<wchar_t*, int>>& texts) {
+  for (TNode* section = Tree->Root->FirstChild; section; section = section->Next) {
+    const wchar_t* name = section->GetName();
+    int bit = !wcscmp(name, L"Body") ? 16 : !wcscmp(name, L"Head") || !wcscmp(name, L"Foot") ? 32 : 64;
+    if (!(flags & bit)) continue;
+    int length = 0;
+    wchar_t* text = ((TNodeXml*)section)->GetXml(&length, nullptr, nullptr, 255);
+    if (!text) {
+      for (auto& made : texts) free(made.first);
+      texts.clear();
+      return false;
+    }
+    texts.emplace_back(text, length);
+  }
+  return true;
+}
+
+void TGridGet::AppendAttr(std::wstring& out, TNode* node, const wchar_t* name) {
+  // An escaped character takes at most six ("&quot;").
+  std::vector<wchar_t> room(wcslen(name) + wcslen(node->GetString(name)) * 6 + 8);
+  wchar_t* end = FillAttr(room.data(), node, name);
+  out.append(room.data(), end - room.data());
+}
+
+std::wstring TGridGet::GetShortCfg() {
+  static const wchar_t* const names[] = {L"Sort",         L"Group",          L"SearchExpression",
+                                         L"SearchAction", L"SearchType",     L"SearchMethod",
+                                         L"SearchDefs",   L"SearchCols",     L"RootCount"};
+  std::wstring out = L"<Cfg";
+  for (const wchar_t* name : names) AppendAttr(out, Cfg, name);
+  return out + L"/>";
+}
+
+// One Filter per filter row; each filter cell of the grid leaves a blank, and
+// the cells of this row their value and operator.
+std::wstring TGridGet::GetFilters() {
+  std::wstring out = L"<Filters>";
+  int count = FilterCount < 0 ? 0 : FilterCount < MaxFilterCells ? FilterCount : MaxFilterCells;
+  for (int r = 0; r < FilterRows.Count; r++) {
+    out += L"<Filter";
+    AppendAttr(out, FilterRows.Items[r], L"id");
+    for (int i = 0; i < count; i++) {
+      out += L' ';
+      if (FilterCells[i].Row == r) AppendFilterCell(out, FilterCells[i]);
+    }
+    out += L"/>";
+  }
+  return out + L"</Filters>";
+}
+
+void TGridGet::AppendFilterCell(std::wstring& out, const TFilterCell& cell) {
+  const wchar_t* name = Tree->GetName(cell.Col, 0);
+  if (!name) name = L"";
+  out += name;
+  out += L"=\"";
+  if (cell.IsString) {
+    const size_t cells = sizeof cell.Value.Text / sizeof(wchar_t);
+    std::wstring text(cell.Value.Text, wcsnlen(cell.Value.Text, cells));
+    std::vector<wchar_t> room(text.size() * 6 + 1);
+    out.append(room.data(), TNodeXml::StringToXml(text.c_str(), room.data()) - room.data());
+  } else {
+    wchar_t number[260];  // the double formatter writes up to 256 characters
+    out.append(number, TData::ToString(cell.Value.Numbers[0], number, Tree->Precision) - number);
+  }
+  out += L"\" ";
+  out += name;
+  out += L"Filter=\"";
+  wchar_t number[24];
+  out.append(number, TData::IntToString(cell.Operator, number) - number);
+  out += L'"';
+}
+
+// ---- file ----
+
+namespace {
+
+// The name as the wide file functions narrow it: the low byte of each
+// character, at most 1024 of them.
+std::string NarrowPath(const wchar_t* name) {
+  std::string path;
+  for (int i = 0; i < 1024 && name[i]; i++) path += (char)(name[i] & 0xFF);
+  return path;
+}
+
+// A new file beside path, open for writing; -1 when none can be made.
+int OpenBeside(const std::string& path, std::string& temporary) {
+  static std::atomic<unsigned> counter(0);
+  for (int attempt = 0; attempt < 100; attempt++) {
+    temporary = path + ".~" + std::to_string(getpid()) + "_" + std::to_string(counter++);
+    int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST) return fd;
+  }
+  return -1;
+}
+
+}  // namespace
+
+// Written to a file beside the target and renamed over it: a write that
+// fails leaves the earlier file whole. The target is tested first, so that
+// a name that can't be written still gives -1 and leaves no file behind.
+int TGridGet::SaveToFile(const wchar_t* fileName, int flags) {
+  if (!fileName || !*fileName) return -1;
+  std::string path = NarrowPath(fileName);
+  struct stat link;
+  if (lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+    // A link is written through, as opening it would.
+    if (char* real = realpath(path.c_str(), nullptr)) {
+      path = real;
+      free(real);
+    }
+  }
+  struct stat target;
+  bool exists = stat(path.c_str(), &target) == 0;
+  if (exists && !S_ISREG(target.st_mode)) {
+    // A device or pipe is written as it stands: there is nothing to rename.
+    FILE* file = fopen(path.c_str(), "wb");
+    if (!file) return -1;
+    int result = WriteData(file, flags);
+    return fclose(file) != 0 && result == 0 ? -2 : result;
+  }
+  if (exists) {
+    int probe = open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (probe < 0) return -1;
+    close(probe);
+  }
+  std::string temporary;
+  int fd = OpenBeside(path, temporary);
+  if (fd < 0) return -1;
+  if (exists) fchmod(fd, target.st_mode & 07777);
+  FILE* file = fdopen(fd, "wb");
+  if (!file) {
+    close(fd);
+    unlink(temporary.c_str());
+    return -1;
+  }
+  int result = WriteData(file, flags);
+  if (result == 0 && fsync(fileno(file)) != 0) result = -2;
+  if (fclose(file) != 0 && result == 0) result = -2;
+  if (result == 0 && rename(temporary.c_str(), path.c_str()) != 0) result = -1;
+  if (result != 0) unlink(temporary.c_str());
+  return result;
+}
+
+// 4-byte units with flag 1, else UTF-8; no mark and no XML prefix.
+int TGridGet::WriteData(FILE* file, int flags) {
+  int length = 0;
+  wchar_t* text = GetData(flags, &length);
+  if (!text) return -3;
+  size_t want, wrote;
+  if (flags & 1) {
+    want = (size_t)length;
+    wrote = fwrite(text, sizeof(wchar_t), want, file);
+  } else {
+    int bytes = 0;
+    char* utf8 = ToUTF8(text, length, &bytes, false);
+    if (!utf8) {
+      free(text);
+      return -3;
+    }
+    want = (size_t)bytes;
+    wrote = fwrite(utf8, 1, want, file);
+    free(utf8);
+  }
+  free(text);
+  return wrote == want && fflush(file) == 0 ? 0 : -2;
+}

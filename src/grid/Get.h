@@ -1,6 +1,16 @@
 // TGridGet: the answers: body and page responses, the cell list, the log of
 // changes and the saved document. All results are new malloc blocks.
+//
+// GetData composes a document of chosen parts (flags: 4 short IO, 8 short
+// Cfg and Filters, 16 Body, 32 Head and Foot, 64 all other sections as they
+// stand; below 4 means 28); it leaves the grid as it was. SaveToFile writes
+// it beside the target and renames it over, so a failed write never leaves
+// a half-written file under the target's name.
 #pragma once
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
 #include "grid/Update.h"
 
 class TGridGet : public TGridUpdate {
@@ -26,12 +36,25 @@ public:
   wchar_t* FillAttr(wchar_t* out, TNode* node, const wchar_t* name);
   // Rows the row occupies on screen: 0 filtered, 1 collapsed, else 1 + children.
   int GetVisibleHeight(TNode* row);
+  // The log of changes as one Changes element; null when it is empty. Flag 1
+  // empties it afterwards.
   wchar_t* GetChanges(int flags);
+  wchar_t* GetData(int flags, int* outLength);
   wchar_t* SaveToData(int* outLength);
+  // 0; -1 the file can't be written, -2 an incomplete write, -3 no text.
   int SaveToFile(const wchar_t* fileName, int flags);
 
 private:
   void UpdatePipeline();
+  // Appends FillAttr's text, with room for any value.
+  void AppendAttr(std::wstring& out, TNode* node, const wchar_t* name);
+  std::wstring GetShortCfg();
+  std::wstring GetFilters();
+  void AppendFilterCell(std::wstring& out, const TFilterCell& cell);
+  // The chosen root children, each written with flags 255; false when one
+  // could not be written (the texts made so far are freed).
+  bool GetSections(int flags, std::vector<std::pair<wchar_t*, int>>& texts);
+  int WriteData(FILE* file, int flags);
   void ResolveFocused();
   TNode* FindFocus(TNode* row, TNode*& page);
   int GetFocusedPos(TNode* focus, TNode* page);

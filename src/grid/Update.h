@@ -4,8 +4,16 @@
 // AddCfg parses a request into a temporary tree before anything is merged, so
 // a request that does not parse changes nothing. Ids continue the grid's
 // sequence: IdPrefix, digits from IdChars, IdPostfix, all read from Cfg.
+//
+// Save applies the changes one by one with no rollback; it recalculates as
+// the rows' Recalc asks, and leaves sorting, filtering and grouping to the
+// next GetBody through Body's UpdateState. Only rows of the body (under a
+// page) are ever deleted or moved: the layout's elements, which the grid's
+// tables and lists point at, take value changes only.
 #pragma once
 #include <string>
+#include <unordered_map>
+#include <vector>
 #include "grid/Pages.h"
 
 // State of the id generator for one operation; lives on the caller's stack.
@@ -39,8 +47,16 @@ public:
   bool AddCfg(const wchar_t* xml);
   void AddCfg(TTree* tree);
   int UpdateGrid(const wchar_t* xml);
-  // Applies a change document; count of changes or a negative code.
+  // More changes than this are calculated in one pass at the end of Save.
+  static const int MaxRowRecalcs = 10;
+
+  // Applies a change document: the count of changes without id, or -3 when
+  // it does not parse. Flag 1 logs the changes, flag 2 the replaced ids.
   int Save(const wchar_t* xml, int flags);
+  // Gives the row its default: its Def, else its parent's CDef, else R.
+  void SetDef(TNode* row);
+  // Copies the row's attribute name to its children as <name>CopyTo says.
+  void CopyTo(TNode* row, const wchar_t* name);
   // The highest id of the grid, or the empty text without IdChars.
   const wchar_t* GetLastId(TIds* ids);
   // Gives row (and with recursive all its descendants, depth first) the
@@ -52,6 +68,41 @@ public:
   TNode* Changes;
 
 private:
+  // What one Save carries from change to change.
+  struct TSaveRun {
+    TIds Ids;
+    // Added rows that took copies of other rows' children, in order; a row
+    // deleted later in the same Save is nulled through its position.
+    std::vector<TNode*> Copied;
+    std::unordered_map<TNode*, size_t> CopiedAt;
+    bool FullRecalc = false;
+    bool StructureChanged = false;
+    int RootCount = 0;
+    int WithoutId = 0;
+  };
+
+  void ReplaceCollisions(TNode* changes, TIds& ids, bool log);
+  void LogReplacement(const std::wstring& old, const std::wstring& fresh);
+  void ApplyChange(TSaveRun& run, TNode* change);
+  int ReadRecalc(TSaveRun& run, TNode* row);
+  void DeleteRow(TSaveRun& run, TNode* row, int recalc);
+  void ForgetCopied(TSaveRun& run, TNode* row);
+  void RecalcParent(TNode* parent, int recalc);
+  void ChangeRow(TSaveRun& run, TNode* row, TNode* change, int recalc);
+  void MoveRow(TSaveRun& run, TNode* row, TNode* change, bool added, int recalc);
+  TNode* FindParent(TNode* change, TNode* row);
+  TNode* FindPlace(TNode* change, TNode* parent, TNode*& next);
+  void PlaceRow(TNode* row, TNode* parent, TNode* next, TNode* place, bool added);
+  void CopyToAll(TNode* row, TNode* change);
+  void CopyChildren(TSaveRun& run, TNode* row);
+  void AddEditCols(TNode* row);
+  std::wstring GroupColumnName(TNode* row);
+  std::wstring LevelColumnName(int level);
+  TNode* LastPage();
+  // A row of the body: under a page, not a page itself.
+  bool IsBodyRow(TNode* node) const;
+  bool IsPage(TNode* node) const { return node && node->Parent == Body; }
+  TNode* FindBodyRow(const wchar_t* id);
   void AddFilters(TNode* filters);
   void AddSection(TNode* section);
   void ReadTimeZone();

@@ -589,7 +589,8 @@ int TTree::LoadXml(const wchar_t* path) {
   if (!file) return -1;
   long size = -1;
   if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
-  if (size <= 0) {
+  // A directory opens, and measures as the largest size there is.
+  if (size <= 0 || size > LONG_MAX - 8) {
     fclose(file);
     return size == 0 ? -2 : -1;
   }

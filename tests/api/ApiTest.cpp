@@ -225,4 +225,26 @@ TEST_F(ApiTest, OneLocaleTableServesTheWholeProcess) {
   setlocale(LC_ALL, "C");
 }
 
+// Both forms of the storing functions reach the same grid: Save's count, the
+// log in either form, and a file that a new grid loads as the same document.
+TEST_F(ApiTest, SavedChangesAndFilesThroughBothForms) {
+  ASSERT_EQ(Create(GridDoc("", "store")), 0);
+  EXPECT_EQ(Save(0, L"<Grid><Changes><I id='r1' A='6'/><I A='1'/></Changes></Grid>"), 1);
+  EXPECT_EQ(SaveA(0, "<Grid><Changes"), -3);
+  EXPECT_EQ(SaveExA(0, "<Grid><Changes><I id='r2' Added='1' A='\xc3\xa9'/></Changes></Grid>", 1), 0);
+  EXPECT_EQ(TakeA(GetChangesA(0, 0)).value_or(""), "<Changes _0F=\"16\"><I id=\"r2\" Added=\"1\" A=\"\xc3\xa9\" _0F=\"16\"/></Changes>");
+  EXPECT_EQ(Take(GetChanges(0, 1)).value_or(L""), L"<Changes _0F=\"16\"><I id=\"r2\" Added=\"1\" A=\"\u00e9\" _0F=\"16\"/></Changes>");
+  EXPECT_FALSE(TakeA(GetChangesA(0, 0)));
+  const std::string file = testing::TempDir() + "sarvendo-api-saved.xml";
+  const std::wstring wide(file.begin(), file.end());
+  ASSERT_EQ(SaveToFileA(0, file.c_str(), 0), 0);
+  ASSERT_EQ(Create(file), 1);
+  ASSERT_EQ(SaveToFile(1, wide.c_str(), 124), 0);
+  ASSERT_EQ(Create(file), 2);
+  const std::string data = TakeA(GetDataA(2)).value_or("");
+  EXPECT_NE(data.find("<I id=\"r1\" A=\"6\""), std::string::npos) << data;
+  EXPECT_NE(data.find("<I id=\"r2\" A=\"\xc3\xa9\""), std::string::npos) << data;
+  remove(file.c_str());
+}
+
 }  // namespace
