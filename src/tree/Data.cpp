@@ -66,7 +66,16 @@ void TData::ReleaseBlocks() {
   if (!(Pooled & PooledSlots)) free(Slots);
   Values = nullptr;
   Slots = nullptr;
-  Pooled &= ~(PooledValues | PooledSlots);
+  Pooled &= ~(PooledValues | PooledSlots | TrimmedValues);
+}
+
+void TData::WidenValues() {
+  if (!(Pooled & TrimmedValues)) return;
+  unsigned char* wide = (unsigned char*)malloc(Capacity);
+  if (wide && Used) memcpy(wide, Values, Used);
+  if (!(Pooled & PooledValues)) free(Values);
+  Values = wide;
+  Pooled &= ~(PooledValues | TrimmedValues);
 }
 
 namespace {
@@ -356,6 +365,8 @@ int TData::SetType(int index, int type, int size) {
     return position;
   }
 
+  // Appending may reach past Used: the area needs its whole Capacity.
+  WidenValues();
   if (room > 0) {
     memmove(Values + position, Values + position + room, Used - position - room);
     Used -= room;

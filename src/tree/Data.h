@@ -21,8 +21,11 @@ enum { TNone = 0, TByte = 1, TInt = 3, TArray = 5, TDouble = 6, TString = 7 };
 // Node flags.
 enum { FSpec = 1, FFiltered = 8, FState = 16, FGrouped = 32 };
 
-// Bits of TData::Pooled.
-enum { PooledValues = 1, PooledSlots = 2, PooledNode = 4 };
+// Bits of TData::Pooled. TrimmedValues: the value area holds Used bytes
+// (rounded up to 4), not Capacity; it is widened to Capacity before anything
+// is appended, so Capacity keeps its meaning while a read row costs only its
+// values.
+enum { PooledValues = 1, PooledSlots = 2, PooledNode = 4, TrimmedValues = 8 };
 
 // Fixed name indexes, equal in every tree.
 enum {
@@ -158,6 +161,8 @@ public:
 protected:
   // Frees both blocks (pooled ones stay in the store) and forgets them.
   void ReleaseBlocks();
+  // Gives a trimmed value area its full Capacity on the heap.
+  void WidenValues();
   void WriteSlot(int slot, int meta, int position);
   int StoreString(int index, const void* text, int length);
   int GetIntAt(int type, const unsigned char* p) const;

@@ -456,10 +456,14 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
 void TNodeXml::TakeBlocks() {
   size_t slotBytes = (size_t)SlotCount * SlotWidth;
-  if (Capacity) {
-    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(Capacity) : nullptr;
+  // The area holds what was read; room up to Capacity comes with the first
+  // append (WidenValues).
+  size_t valueBytes = ((size_t)Used + 3) & ~(size_t)3;
+  if (Capacity && valueBytes) {
+    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(valueBytes) : nullptr;
     if (Values) Pooled |= PooledValues;
-    else Values = (unsigned char*)malloc(Capacity);
+    else Values = (unsigned char*)malloc(valueBytes);
+    if (valueBytes < (size_t)Capacity) Pooled |= TrimmedValues;
   }
   Slots = Tree ? Tree->Store.TakeBytes(slotBytes) : nullptr;
   if (Slots) {

@@ -418,3 +418,34 @@ TEST_F(XmlTest, ReadRowsGrowCopyAndDieLikeOthers) {
             L"<G><B><I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/></B><B><I id=\"2\" "
             L"A=\"longer than the room it had\" B=\"5\"><I id=\"3\"/></I></B></G>");
 }
+
+// A read row's value area holds only what was read; every write must see the
+// record as if it had its whole Capacity: a full-size copy, given the same
+// writes, stays equal to it step by step.
+TEST_F(XmlTest, TrimmedValueAreasWidenOnTheFirstAppend) {
+  ASSERT_TRUE(Load(L"<G><B><I id=\"7\" A=\"abc\" B=\"1234\" C=\"x\"/></B></G>"));
+  TNode* row = tree.GetElem(L"7");
+  ASSERT_NE(row, nullptr);
+  EXPECT_TRUE(row->Pooled & TrimmedValues);
+  TNode* full = row->Duplicate();  // same record at its whole Capacity
+  EXPECT_FALSE(full->Pooled & TrimmedValues);
+  const std::wstring past(200, L'q');
+  struct TWrite { const wchar_t* name; const wchar_t* text; int number; bool trimmedAfter; };
+  const TWrite writes[] = {
+      {L"B", nullptr, 99, true},                  // in place: the area is not touched
+      {L"C", L"y", 0, true},                      // a text within its room
+      {L"N", nullptr, 5, false},                  // a new value is appended
+      {L"A", L"a text longer than its room", 0, false},
+      {L"L", past.c_str(), 0, false},  // past Capacity
+  };
+  for (const TWrite& w : writes) {
+    for (TNode* n : {row, full}) {
+      if (w.text) n->SetString(w.name, w.text);
+      else n->SetInt(w.name, w.number);
+    }
+    EXPECT_EQ(bool(row->Pooled & TrimmedValues), w.trimmedAfter) << w.name;
+    EXPECT_EQ(Room(row), Room(full)) << w.name;
+    EXPECT_EQ(Xml(row), Xml(full)) << w.name;
+  }
+  TNode::Delete(full);
+}
