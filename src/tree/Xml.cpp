@@ -38,6 +38,26 @@ public:
   }
   wchar_t operator[](int k) const { return *(*this + k); }
   const char* Bytes() const { return (const char*)S; }
+  // Moves on while keep holds for the character here; keep(0) must be false.
+  // Runs of ASCII bytes are tested as they stand, without decoding: each of
+  // them is one character of its own value.
+  template <class F>
+  void SkipWhile(F keep) {
+    while (keep(C)) {
+      S += N;
+      unsigned b = *S;
+      while (b - 1 < 0x7F && keep((wchar_t)b)) b = *++S;
+      Decode();
+    }
+  }
+  // Writes the characters up to end as wide text; returns the output's end.
+  wchar_t* Widen(const TUtf8Cursor& end, wchar_t* out) const {
+    const unsigned char* s = S;
+    while (s < end.S && *s < 0x80) *out++ = *s++;
+    if (s == end.S) return out;
+    for (TUtf8Cursor c((const char*)s); c.S < end.S; ++c) *out++ = *c;
+    return out;
+  }
   // Bytes from here to a later cursor: an upper bound of its characters.
   size_t BytesTo(const TUtf8Cursor& end) const { return end.S - S; }
 
@@ -79,9 +99,19 @@ private:
   }
 };
 
+// Moves p on while keep holds; keep(0) must be false.
+template <class F>
+inline void SkipWhile(const wchar_t*& p, F keep) {
+  while (keep(*p)) p++;
+}
+template <class F>
+inline void SkipWhile(TUtf8Cursor& p, F keep) {
+  p.SkipWhile(keep);
+}
+
 template <class P>
 inline P SkipBlanks(P p) {
-  while (IsBlank(*p)) p++;
+  SkipWhile(p, IsBlank);
   return p;
 }
 
@@ -142,6 +172,15 @@ struct TNodeXml::TScan {
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
+  // Slots of recently seen attribute names by mode: a name keeps its slot
+  // in a space once it has one, and reading removes no names.
+  struct TName {
+    int Mode = -1;
+    int Length = 0;
+    int Slot = -1;
+    wchar_t Text[16];
+  };
+  std::vector<TName> Names;
 
   ~TScan() {
     for (wchar_t* b : Blocks) free(b);
@@ -178,13 +217,33 @@ struct TNodeXml::TScan {
     length = (int)(end - start);
     return start;
   }
-  const wchar_t* Text(TUtf8Cursor start, const TUtf8Cursor& end, int& length) {
+  const wchar_t* Text(const TUtf8Cursor& start, const TUtf8Cursor& end, int& length) {
     wchar_t* target = Reserve(start.BytesTo(end) + 1);
-    wchar_t* out = target;
-    for (; start.Bytes() < end.Bytes(); ++start) *out++ = *start;
+    wchar_t* out = start.Widen(end, target);
     *out = 0;
     length = (int)(out - target);
     return target;
+  }
+  // The slot of an attribute name in the space of mode; -1 for a name the
+  // table could not number, which is dropped rather than misplaced.
+  int NameSlot(TIndextable& names, const wchar_t* text, int length, int mode) {
+    TName* cached = nullptr;
+    if (length > 0 && length <= 16) {
+      if (Names.empty()) Names.resize(64);
+      cached = &Names[((unsigned)text[0] * 31u + (unsigned)text[length - 1] * 7u + (unsigned)length) & 63];
+      if (cached->Mode == mode && cached->Length == length && !wmemcmp(cached->Text, text, length))
+        return cached->Slot;
+    }
+    int index = names.GetIndexN(text, length, mode);
+    int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
+    if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) slot = -1;
+    if (cached) {
+      cached->Mode = mode;
+      cached->Length = length;
+      cached->Slot = slot;
+      wmemcpy(cached->Text, text, length);
+    }
+    return slot;
   }
   static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
   static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
@@ -242,7 +301,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
   bool result = false;
   int length;
   const P name = ++p;
-  while (*p && !IsBlank(*p) && *p != L'/' && *p != L'>') p++;
+  SkipWhile(p, [](wchar_t c) { return c && !IsBlank(c) && c != L'/' && c != L'>'; });
   const wchar_t* nameText = scan.Text(name, p, length);
   scan.Add(0, nameText, length);
 
@@ -260,7 +319,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       goto done;
     }
     const P attr = p;
-    while ((unsigned)*p > 32 && *p != L'=') p++;
+    SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
     const P attrEnd = p;
     p = SkipBlanks(p);
     if (*p != L'=') goto done;
@@ -268,7 +327,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     wchar_t quote = *p;
     if (quote != L'"' && quote != L'\'') goto done;
     const P value = ++p;
-    while (*p && *p != quote) p++;
+    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
     if (!*p) goto done;
     const P valueEnd = p++;
     const wchar_t* attrText = scan.Text(attr, attrEnd, length);
@@ -278,10 +337,8 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       if (wcstol(scan.Text(value, valueEnd, length), nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
-    int index = Tree->Names.GetIndexN(attrText, length, mode);
-    int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
-    // A name the table could not number is dropped rather than misplaced.
-    if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) continue;
+    int slot = scan.NameSlot(Tree->Names, attrText, length, mode);
+    if (slot < 0) continue;
     scan.AddValue(slot, value, valueEnd);
   }
 
@@ -296,7 +353,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       }
       P q = SkipBlanks(p + 1);
       if (*q == L'/') {
-        while (*q && *q != L'>') q++;
+        SkipWhile(q, [](wchar_t c) { return c && c != L'>'; });
         if (!*q) goto done;
         SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
         p = q + 1;
@@ -312,7 +369,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       continue;
     }
     const P text = p;
-    while (*p && *p != L'<') p++;
+    SkipWhile(p, [](wchar_t c) { return c && c != L'<'; });
     if (!*p) goto done;
     scan.AddValue(2, text, p);
   }
