@@ -375,6 +375,12 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<G><B><I id=\"1\" A=\"\xC3\xA9t\xC3\xA9\" B=\"12\" C=\"1.5\" _0F=\"\xC0\xB8\"/><I id=\"1\" x=\"2\"/></B></G>",
       "<a><!-- x --><!-x--><?p <q> ?><![CDATA[<x>]]><b/>t&amp;u</a>", "<a><!-\xC0\xAD->x--></a>",
       "<a>\xC0\xBC/a></a>", "<a \xC3\xA9=\"1\" \xC0\xBD=\"2\"/>",
+      // ASCII runs read without decoding, broken by characters that decode
+      // to markup or to nothing, in names, values, text runs and end tags.
+      "<abc\xC0\xBE<b/></abc>", "<a bc\xC0\xBD\"1\"/>", "<a bcd\xC0\xA0=\"1\"/>", "<a b=\"xyz\xC0\xA2 y\"/>",
+      "<a b='xyz\xC0\xA7 y'/>", "<a>text\xC0\xBC/a></a>", "<a>t\xC3\xA9xt</a\xC0\xBE", "<a b=\"xyz\xE2\x82",
+      "<a b=\"xyz\x80\xC0\"/>", "<a b=\"ab\xC3\xA9" "cd&amp;ef\xE2\x82\xAC" "gh\"/>", "<a b=\"ab\xC0\xA6" "amp;\"/>",
+      "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
   };
   for (const char* d : documents) ExpectSame(d);
 }
@@ -383,9 +389,10 @@ TEST_F(Utf8ScanTest, RandomBytesReadAsTheirWidenedCopies) {
   // Markup pieces mixed with every kind of lead and continuation byte.
   const char* const pieces[] = {"<", ">", "/", "=", "\"", "'", " ", "a", "I", "id", "1", "-", ".", "&", "amp;",
                                 "&#x41;", "<!", "--", "?", "\x80", "\xBF", "\xC0", "\xC3", "\xE2", "\xEF", "\xF0",
-                                "\x41", "<I id=\"1\">", "</I>", "<a b=\"", "\"/>"};
+                                "\x41", "<I id=\"1\">", "</I>", "<a b=\"", "\"/>", "abcdefghij", "\xC0\xA2",
+                                "\xC0\xBE", "\xC0\xBC", "\xC0\xBD", "\xC3\xA9"};
   unsigned state = 12345;
-  for (int round = 0; round < 3000; round++) {
+  for (int round = 0; round < 4000; round++) {
     std::string d = round % 2 ? "<G>" : "";
     int n = 1 + round % 24;
     for (int i = 0; i < n; i++) {
@@ -448,4 +455,29 @@ TEST_F(XmlTest, TrimmedValueAreasWidenOnTheFirstAppend) {
     EXPECT_EQ(Xml(row), Xml(full)) << w.name;
   }
   TNode::Delete(full);
+}
+
+// Attribute names are looked up through a small cache of recent names; every
+// value must still land in the slot its name has in the record's own space,
+// whatever the depth, the name's length or how names crowd the cache.
+TEST_F(XmlTest, AttributeNamesKeepTheirSlotsInEachSpace) {
+  std::vector<std::wstring> names = {L"A", L"B", L"Name", std::wstring(16, L'n'), std::wstring(17, L'n'),
+                                     std::wstring(16, L'm') + L"x"};
+  for (int i = 0; i < 90; i++) names.push_back(L"k" + std::to_wstring(i));
+  std::wstring row, layout;
+  for (size_t i = 0; i < names.size(); i++) {
+    row += L" " + names[i] + L"=\"r" + std::to_wstring(i) + L"\"";
+    // The layout element meets the names in another order.
+    size_t j = names.size() - 1 - i;
+    layout += L" " + names[j] + L"=\"l" + std::to_wstring(j) + L"\"";
+  }
+  ASSERT_TRUE(Load(L"<G><L" + layout + L"/><B><I" + row + L"/><I" + row + L"/></B><M" + layout + L"/></G>"));
+  TNode* body = Root()->GetChildByName(L"B", false);
+  TNode* tops[] = {Root()->FirstChild, Root()->LastChild};
+  for (size_t i = 0; i < names.size(); i++) {
+    const wchar_t* name = names[i].c_str();
+    for (TNode* top : tops) EXPECT_EQ(std::wstring(top->GetString(name)), L"l" + std::to_wstring(i)) << name;
+    for (TNode* r = body->FirstChild; r; r = r->Next)
+      EXPECT_EQ(std::wstring(r->GetString(name)), L"r" + std::to_wstring(i)) << name;
+  }
 }
