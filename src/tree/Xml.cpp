@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+#include <langinfo.h>
 #include "tree/System.h"
 #include "tree/Tree.h"
 #include "tree/UTF.h"
@@ -415,7 +416,32 @@ int ParseInt(const wchar_t* v, int n) {
   return negative ? -value : value;
 }
 
-double ParseDouble(const wchar_t* v, int n) {
+// Whether the locale reads '.' as the decimal point, as wcstod does.
+bool PointIsDot() {
+  const char* point = nl_langinfo(RADIXCHAR);
+  return point && point[0] == '.' && !point[1];
+}
+
+// Decimals of the shape Classify lets through: at most 15 characters with at
+// most 9 after the dot. Their digits make an integer below 2^53 and 10^9 is
+// exact, so the one division rounds just as wcstod reads the text; where the
+// locale's point is not '.', wcstod itself reads it.
+double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
+  if (pointIsDot) {
+    bool negative = *v == L'-';
+    long long digits = 0, scale = 1;
+    bool decimals = false;
+    for (int i = negative; i < n; i++) {
+      if (v[i] == L'.') {
+        decimals = true;
+        continue;
+      }
+      digits = digits * 10 + (v[i] - L'0');
+      if (decimals) scale *= 10;
+    }
+    double value = (double)digits / (double)scale;
+    return negative ? -value : value;
+  }
   wchar_t buffer[16];
   wmemcpy(buffer, v, n);
   buffer[n] = 0;
@@ -463,6 +489,7 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
+  int point = -1;  // whether the decimal point is '.', asked at the first double
   for (int i = 0; i < count; i++) {
     const wchar_t* v = values[i];
     int n = lengths[i];
@@ -479,7 +506,8 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
         break;
       }
       case TDouble: {
-        double value = ParseDouble(v, n);
+        if (point < 0) point = PointIsDot();
+        double value = ParseDouble(v, n, point);
         memcpy(Values + position, &value, 8);
         WriteSlot(slots[i], 0x1E, position);
         position += 8;

@@ -481,3 +481,32 @@ TEST_F(XmlTest, AttributeNamesKeepTheirSlotsInEachSpace) {
       EXPECT_EQ(std::wstring(r->GetString(name)), L"r" + std::to_wstring(i)) << name;
   }
 }
+
+// Decimals are read without the library where the point is '.'; each shape
+// must give wcstod's very double, sign of zero included.
+TEST_F(XmlTest, DecimalsReadAsWcstodReadsThem) {
+  std::vector<std::wstring> texts = {L"0.5", L"-0.5", L"-.5", L"-0.0", L"0.000000001", L"9999999999999.9",
+                                     L"90071.992547409", L"1.000000005", L"0.1", L"-1234.123456789",
+                                     L"123456.7", L"5.00000000"};
+  unsigned state = 99;
+  for (int i = 0; i < 3000; i++) {
+    state = state * 1103515245u + 12345u;
+    int whole = 1 + (state >> 8) % 9, decimals = 1 + (state >> 16) % 9;
+    if (whole + decimals > 13) decimals = 13 - whole;
+    std::wstring t = (state >> 30) & 1 ? L"-" : L"";
+    for (int k = 0; k < whole + decimals + 1; k++) {
+      state = state * 1103515245u + 12345u;
+      wchar_t digit = L'0' + (state >> 16) % 10;
+      t += k == whole ? L'.' : (k == 0 && digit == L'0' ? L'7' : digit);
+    }
+    texts.push_back(t);
+  }
+  for (const std::wstring& t : texts) {
+    ASSERT_TRUE(Load(L"<a v=\"" + t + L"\"/>")) << t;
+    unsigned char* p = nullptr;
+    ASSERT_EQ(Root()->GetType(Root()->GetIndex(L"v", 0), p), TDouble) << t;
+    double read, expected = wcstod(t.c_str(), nullptr);
+    memcpy(&read, p, 8);
+    EXPECT_EQ(memcmp(&read, &expected, 8), 0) << t;
+  }
+}
