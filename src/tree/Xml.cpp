@@ -51,6 +51,22 @@ public:
       Decode();
     }
   }
+  // Whether the text from here up to the next stop byte is plain: ASCII
+  // bytes without '&', each a character of its own value. Then n is their
+  // count. plain marks the bytes that may stand in the run (never 0 or
+  // stop).
+  bool PlainRun(const bool* plain, unsigned char stop, size_t& n) const {
+    const unsigned char* q = S;
+    while (plain[*q]) q++;
+    n = q - S;
+    return *q == stop;
+  }
+  // Widens a plain run of n bytes (PlainRun) into out and moves behind it.
+  void TakePlain(size_t n, wchar_t* out) {
+    for (size_t i = 0; i < n; i++) out[i] = S[i];
+    S += n;
+    Decode();
+  }
   // Writes the characters up to end as wide text; returns the output's end.
   wchar_t* Widen(const TUtf8Cursor& end, wchar_t* out) const {
     const unsigned char* s = S;
@@ -161,6 +177,19 @@ wchar_t* DecodeEscapedDocument(const wchar_t* text) {
   *out = 0;
   return copy;
 }
+
+// Bytes that stand for themselves inside a value quoted with " or ': ASCII
+// other than NUL, '&' and the quote. Built at compile time.
+struct TPlainBytes {
+  bool InDouble[256], InSingle[256];
+  constexpr TPlainBytes() : InDouble(), InSingle() {
+    for (int b = 0; b < 256; b++) InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
+    InDouble[(int)'"'] = InSingle[(int)'\''] = false;
+  }
+};
+constexpr TPlainBytes PlainBytes;
+constexpr const bool* PlainInDouble = PlainBytes.InDouble;
+constexpr const bool* PlainInSingle = PlainBytes.InSingle;
 }  // namespace
 
 // Working state of one document read: the entries of all open elements as one
@@ -248,16 +277,50 @@ struct TNodeXml::TScan {
   }
   static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
   static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
+  // A value's characters as wide text. Plain: known to hold no '&'. Owned:
+  // in the arena, so decoding may overwrite it.
+  struct TValue {
+    const wchar_t* Text;
+    int Length;
+    bool Plain;
+    bool Owned;
+  };
+  // An attribute value from p, behind its opening quote, up to the closing
+  // quote or the end, where p stops.
+  TValue ReadValue(const wchar_t*& p, wchar_t quote) {
+    const wchar_t* start = p;
+    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
+    return {start, (int)(p - start), false, false};
+  }
+  TValue ReadValue(TUtf8Cursor& p, wchar_t quote) {
+    // Plain ASCII, the common case, is found and widened by byte; anything
+    // else is scanned by character.
+    size_t n;
+    if (p.PlainRun(quote == L'"' ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
+      wchar_t* target = Reserve(n + 1);
+      p.TakePlain(n, target);
+      target[n] = 0;
+      return {target, (int)n, true, true};
+    }
+    const TUtf8Cursor start = p;
+    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
+    int length;
+    const wchar_t* text = Text(start, p, length);
+    return {text, length, false, true};
+  }
   // A value as it will be stored: without '&' as it stands, decoded otherwise.
   // A decoded value is never longer than its source.
+  void AddValue(int slot, const TValue& value) {
+    if (value.Plain || !wmemchr(value.Text, L'&', value.Length)) return Add(slot, value.Text, value.Length);
+    wchar_t* target = value.Owned ? const_cast<wchar_t*>(value.Text) : Reserve(value.Length + 1);
+    wchar_t* last = XmlToString(value.Text, target, value.Text + value.Length);
+    Add(slot, target, (int)(last - target));
+  }
   template <class P>
   void AddValue(int slot, P start, P end) {
     int length;
     const wchar_t* text = Text(start, end, length);
-    if (!wmemchr(text, L'&', length)) return Add(slot, text, length);
-    wchar_t* target = InPlace(text, start) ? Reserve(length + 1) : const_cast<wchar_t*>(text);
-    wchar_t* last = XmlToString(text, target, text + length);
-    Add(slot, target, (int)(last - target));
+    AddValue(slot, {text, length, false, !InPlace(text, start)});
   }
 };
 
@@ -327,20 +390,19 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     p = SkipBlanks(p + 1);
     wchar_t quote = *p;
     if (quote != L'"' && quote != L'\'') goto done;
-    const P value = ++p;
-    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
+    const TScan::TValue value = scan.ReadValue(++p, quote);
     if (!*p) goto done;
-    const P valueEnd = p++;
+    p++;
     const wchar_t* attrText = scan.Text(attr, attrEnd, length);
     if (length == 3 && !wcsncmp(attrText, L"_0F", 3)) {
       // Read up to the first character that is not a digit: the closing quote
-      // in place, the terminator of a decoded copy.
-      if (wcstol(scan.Text(value, valueEnd, length), nullptr, 10) & FFiltered) Flags |= FFiltered;
+      // in place, the terminator of a copy in the arena.
+      if (wcstol(value.Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
     int slot = scan.NameSlot(Tree->Names, attrText, length, mode);
     if (slot < 0) continue;
-    scan.AddValue(slot, value, valueEnd);
+    scan.AddValue(slot, value);
   }
 
   // Content: children and text runs up to the end tag.

@@ -380,6 +380,7 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<abc\xC0\xBE<b/></abc>", "<a bc\xC0\xBD\"1\"/>", "<a bcd\xC0\xA0=\"1\"/>", "<a b=\"xyz\xC0\xA2 y\"/>",
       "<a b='xyz\xC0\xA7 y'/>", "<a>text\xC0\xBC/a></a>", "<a>t\xC3\xA9xt</a\xC0\xBE", "<a b=\"xyz\xE2\x82",
       "<a b=\"xyz\x80\xC0\"/>", "<a b=\"ab\xC3\xA9" "cd&amp;ef\xE2\x82\xAC" "gh\"/>", "<a b=\"ab\xC0\xA6" "amp;\"/>",
+      "<a b='x\"y' c=\"x'y\" d='' e=\"\"/>", "<a b=\"abc", "<a b='abc\x7F\x01'/>",
       "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
   };
   for (const char* d : documents) ExpectSame(d);
