@@ -586,8 +586,14 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     }
   }
 
-  // Pass 3: a known id makes this element replace the earlier row.
-  const wchar_t* id = GetId();
+  // Pass 3: a known id makes this element replace the earlier row. A number
+  // is written into a local buffer, as GetId would write it into scratch.
+  wchar_t number[24];
+  const wchar_t* id;
+  unsigned char* at = nullptr;
+  int idType = GetTypeBase(IIdIndex, at);
+  if (idType == TByte || idType == TInt) IntToString(GetIntAt(idType, at), number), id = number;
+  else id = GetId();
   if (!*id || !Tree) return;
   int entry = Tree->Ids.Get(id, 1);
   TNode* old = Tree->Ids.GetNode(entry);
