@@ -510,6 +510,9 @@ double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
   return wcstod(buffer, nullptr);
 }
 
+// Bytes a read row's value area keeps beyond its values.
+const size_t TrimSpare = 32;
+
 int StringRoomLog2(int length) { return TData::GetLog2((length + 1) * (int)sizeof(wchar_t)); }
 }  // namespace
 
@@ -609,14 +612,19 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
 void TNodeXml::TakeBlocks() {
   size_t slotBytes = (size_t)SlotCount * SlotWidth;
-  // The area holds what was read; room up to Capacity comes with the first
-  // append (WidenValues).
-  size_t valueBytes = ((size_t)Used + 3) & ~(size_t)3;
-  if (Capacity && valueBytes) {
+  // The area holds what was read and room for a value or two more (a
+  // calculated cell, say); room up to Capacity comes with the first append
+  // that needs it (WidenValues).
+  size_t valueBytes = (((size_t)Used + 3) & ~(size_t)3) + TrimSpare;
+  if (valueBytes >= (size_t)Capacity || valueBytes / 4 > 0xFFFF) valueBytes = Capacity;
+  if (Capacity) {
     Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(valueBytes) : nullptr;
     if (Values) Pooled |= PooledValues;
     else Values = (unsigned char*)malloc(valueBytes);
-    if (valueBytes < (size_t)Capacity) Pooled |= TrimmedValues;
+    if (valueBytes < (size_t)Capacity) {
+      Pooled |= TrimmedValues;
+      TrimmedRoom = (uint16_t)(valueBytes / 4);
+    }
   }
   Slots = Tree ? Tree->Store.TakeBytes(slotBytes) : nullptr;
   if (Slots) {

@@ -431,7 +431,7 @@ TEST_F(XmlTest, ReadRowsGrowCopyAndDieLikeOthers) {
 // record as if it had its whole Capacity: a full-size copy, given the same
 // writes, stays equal to it step by step.
 TEST_F(XmlTest, TrimmedValueAreasWidenOnTheFirstAppend) {
-  ASSERT_TRUE(Load(L"<G><B><I id=\"7\" A=\"abc\" B=\"1234\" C=\"x\"/></B></G>"));
+  ASSERT_TRUE(Load(L"<G><B><I id=\"7\" A=\"abcdefghijklmnopqrstu\" B=\"1234\" C=\"x\"/></B></G>"));
   TNode* row = tree.GetElem(L"7");
   ASSERT_NE(row, nullptr);
   EXPECT_TRUE(row->Pooled & TrimmedValues);
@@ -442,7 +442,8 @@ TEST_F(XmlTest, TrimmedValueAreasWidenOnTheFirstAppend) {
   const TWrite writes[] = {
       {L"B", nullptr, 99, true},                  // in place: the area is not touched
       {L"C", L"y", 0, true},                      // a text within its room
-      {L"N", nullptr, 5, false},                  // a new value is appended
+      {L"N", nullptr, 5, true},                   // appended within the spare bytes
+      {L"M", L"1234567", 0, false},               // appended past them
       {L"A", L"a text longer than its room", 0, false},
       {L"L", past.c_str(), 0, false},  // past Capacity
   };
