@@ -4,6 +4,8 @@
 #include <cstring>
 #include <vector>
 #include <langinfo.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include "tree/System.h"
 #include "tree/Tree.h"
 #include "tree/UTF.h"
@@ -202,6 +204,7 @@ struct TNodeXml::TScan {
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
+  uintptr_t DiscardFrom = 0, Page = 0;
   // Slots of recently seen attribute names by mode: a name keeps its slot
   // in a space once it has one, and reading removes no names.
   struct TName {
@@ -275,6 +278,25 @@ struct TNodeXml::TScan {
     }
     return slot;
   }
+  // Giving back the pages of a large buffer behind the reading: nothing
+  // behind the cursor is read again once a child element is complete, as
+  // names and values are copied out. It keeps the peak of a load near the
+  // tree's own size.
+  void StartDiscard(const char* text) {
+    long page = sysconf(_SC_PAGESIZE);
+    if (page <= 0) return;
+    Page = (uintptr_t)page;
+    DiscardFrom = ((uintptr_t)text + Page - 1) & ~(Page - 1);
+  }
+  void Discard(const wchar_t*) {}
+  void Discard(const TUtf8Cursor& p) {
+    if (!DiscardFrom) return;
+    // A page of margin behind the cursor; steps of 4 MiB.
+    uintptr_t end = ((uintptr_t)p.Bytes() & ~(Page - 1)) - Page;
+    if (end < DiscardFrom + (4u << 20) || end > (uintptr_t)p.Bytes()) return;
+    madvise((void*)DiscardFrom, end - DiscardFrom, MADV_DONTNEED);
+    DiscardFrom = end;
+  }
   static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
   static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
@@ -340,9 +362,10 @@ const wchar_t* TNodeXml::SetXml(const wchar_t* text, int depth) {
   return Scan(scan, text, depth) ? text : nullptr;
 }
 
-const char* TNodeXml::SetXml(const char* text, int depth) {
+const char* TNodeXml::SetXml(const char* text, int depth, bool discard) {
   if (!text) return nullptr;
   TScan scan;
+  if (discard) scan.StartDiscard(text);
   TUtf8Cursor p(text);
   return Scan(scan, p, depth) ? p.Bytes() : nullptr;
 }
@@ -429,6 +452,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
         goto done;
       }
       AppendChild(child);
+      scan.Discard(p);
       continue;
     }
     const P text = p;
@@ -711,7 +735,9 @@ const wchar_t* TTree::SetXml(const wchar_t* text) {
   return AddDocument(CreateElement(nullptr), text);
 }
 
-const char* TTree::SetXml(const char* text) {
+const char* TTree::SetXml(const char* text) { return SetXml(text, false); }
+
+const char* TTree::SetXml(const char* text, bool discard) {
   if (!text) return nullptr;
   const unsigned char* bytes = (const unsigned char*)text;
   if (bytes[0] == 0xFF && bytes[1] == 0xFE) {
@@ -738,7 +764,8 @@ const char* TTree::SetXml(const char* text) {
   if (*start == 0xFEFF) ++start;
   if (!(start[0] == L'&' && start[1] == L'l' && start[2] == L't' && start[3] == L';')) {
     TNode* element = CreateElement(nullptr);
-    return AttachDocument(element, ((TNodeXml*)element)->SetXml(start.Bytes(), 0) != nullptr) ? text : nullptr;
+    bool read = ((TNodeXml*)element)->SetXml(start.Bytes(), 0, discard) != nullptr;
+    return AttachDocument(element, read) ? text : nullptr;
   }
   size_t length = strlen(text);
   wchar_t stackBuffer[2048];
@@ -764,7 +791,8 @@ int TTree::LoadXml(const wchar_t* path) {
   size_t read = fread(buffer, 1, size, file);
   fclose(file);
   memset(buffer + read, 0, 8);
-  const char* position = SetXml(buffer);
+  // The buffer is the reader's alone: pages it has read go back at once.
+  const char* position = SetXml(buffer, true);
   int result = 0;
   if (!position) {
     result = -3;

@@ -512,3 +512,30 @@ TEST_F(XmlTest, DecimalsReadAsWcstodReadsThem) {
     EXPECT_EQ(memcmp(&read, &expected, 8), 0) << t;
   }
 }
+
+// A large file's buffer is given back page by page behind the reading; the
+// tree must be the one the same text gives from memory.
+TEST_F(XmlTest, LargeFileReadsAsItsTextDoes) {
+  std::string text = "<G><B>";
+  for (int i = 0; i < 100000; i++)
+    text += "<I id=\"" + std::to_string(i) + "\" A=\"name " + std::to_string(i * 7) +
+            " &amp; more\" B=\"" + std::to_string(i % 1000) + "\" C=\"" + std::to_string(i) + ".25\" D=\"\xC3\xA9t\xC3\xA9\"/>\n";
+  text += "</B></G>";
+  ASSERT_GT(text.size(), 6u << 20);
+  std::wstring path = Path("large.xml");
+  {
+    std::ofstream out(std::string(path.begin(), path.end()), std::ios::binary);
+    out << text;
+  }
+  ASSERT_EQ(tree.LoadXml(path.c_str()), 0);
+  TTree fromMemory;
+  ASSERT_NE(fromMemory.SetXml(text.c_str()), nullptr);
+  int length = 0, memoryLength = 0;
+  wchar_t* loaded = tree.GetXml(&length, 255);
+  wchar_t* expected = fromMemory.GetXml(&memoryLength, 255);
+  ASSERT_TRUE(loaded && expected);
+  EXPECT_EQ(std::wstring(loaded, length), std::wstring(expected, memoryLength));
+  free(loaded);
+  free(expected);
+  EXPECT_STREQ(tree.GetElem(L"99999")->GetString(L"A"), L"name 699993 & more");
+}
