@@ -257,19 +257,27 @@ struct TNodeXml::TScan {
     length = (int)(out - target);
     return target;
   }
+  static unsigned NameHash(unsigned first, unsigned last, size_t length) {
+    return (first * 31u + last * 7u + (unsigned)length) & 63;
+  }
   // The slot of an attribute name in the space of mode; -1 for a name the
-  // table could not number, which is dropped rather than misplaced.
+  // table could not number, which is dropped rather than misplaced, and
+  // FlagsName for "_0F", which is no attribute.
+  static const int FlagsName = -2;
   int NameSlot(TIndextable& names, const wchar_t* text, int length, int mode) {
     TName* cached = nullptr;
     if (length > 0 && length <= 16) {
       if (Names.empty()) Names.resize(64);
-      cached = &Names[((unsigned)text[0] * 31u + (unsigned)text[length - 1] * 7u + (unsigned)length) & 63];
+      cached = &Names[NameHash(text[0], text[length - 1], length)];
       if (cached->Mode == mode && cached->Length == length && !wmemcmp(cached->Text, text, length))
         return cached->Slot;
     }
-    int index = names.GetIndexN(text, length, mode);
-    int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
-    if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) slot = -1;
+    int slot = FlagsName;
+    if (length != 3 || wcsncmp(text, L"_0F", 3)) {
+      int index = names.GetIndexN(text, length, mode);
+      slot = mode == 2 ? index >> 16 : index & 0xFFFF;
+      if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) slot = -1;
+    }
     if (cached) {
       cached->Mode = mode;
       cached->Length = length;
@@ -299,6 +307,26 @@ struct TNodeXml::TScan {
   }
   static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
   static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
+  // The slot of the name from start to end, as NameSlot gives it. An ASCII
+  // name of UTF-8 is first compared by byte with the cached one.
+  int AttrSlot(TIndextable& names, const wchar_t* start, const wchar_t* end, int mode) {
+    return NameSlot(names, start, (int)(end - start), mode);
+  }
+  int AttrSlot(TIndextable& names, const TUtf8Cursor& start, const TUtf8Cursor& end, int mode) {
+    const unsigned char* b = (const unsigned char*)start.Bytes();
+    size_t n = start.BytesTo(end);
+    if (n > 0 && n <= 16 && !Names.empty()) {
+      const TName& cached = Names[NameHash(b[0], b[n - 1], n)];
+      if (cached.Mode == mode && cached.Length == (int)n) {
+        size_t i = 0;
+        while (i < n && b[i] < 0x80 && (wchar_t)b[i] == cached.Text[i]) i++;
+        if (i == n) return cached.Slot;
+      }
+    }
+    int length;
+    const wchar_t* text = Text(start, end, length);
+    return NameSlot(names, text, length, mode);
+  }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
   // in the arena, so decoding may overwrite it.
   struct TValue {
@@ -416,14 +444,13 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     const TScan::TValue value = scan.ReadValue(++p, quote);
     if (!*p) goto done;
     p++;
-    const wchar_t* attrText = scan.Text(attr, attrEnd, length);
-    if (length == 3 && !wcsncmp(attrText, L"_0F", 3)) {
+    int slot = scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
+    if (slot == TScan::FlagsName) {
       // Read up to the first character that is not a digit: the closing quote
       // in place, the terminator of a copy in the arena.
       if (wcstol(value.Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
-    int slot = scan.NameSlot(Tree->Names, attrText, length, mode);
     if (slot < 0) continue;
     scan.AddValue(slot, value);
   }

@@ -380,6 +380,8 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<abc\xC0\xBE<b/></abc>", "<a bc\xC0\xBD\"1\"/>", "<a bcd\xC0\xA0=\"1\"/>", "<a b=\"xyz\xC0\xA2 y\"/>",
       "<a b='xyz\xC0\xA7 y'/>", "<a>text\xC0\xBC/a></a>", "<a>t\xC3\xA9xt</a\xC0\xBE", "<a b=\"xyz\xE2\x82",
       "<a b=\"xyz\x80\xC0\"/>", "<a b=\"ab\xC3\xA9" "cd&amp;ef\xE2\x82\xAC" "gh\"/>", "<a b=\"ab\xC0\xA6" "amp;\"/>",
+      // Names whose bytes and whose characters could be taken for each other.
+      "<a \xC3\x83\xC2\x83=\"1\" \xC3\x83=\"2\" _0F=\"8\" _0F\xC3\x83=\"3\" \xC3\x83\xC2\x83=\"4\"/>",
       "<a b='x\"y' c=\"x'y\" d='' e=\"\"/>", "<a b=\"abc", "<a b='abc\x7F\x01'/>",
       "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
   };
@@ -473,14 +475,19 @@ TEST_F(XmlTest, AttributeNamesKeepTheirSlotsInEachSpace) {
     size_t j = names.size() - 1 - i;
     layout += L" " + names[j] + L"=\"l" + std::to_wstring(j) + L"\"";
   }
-  ASSERT_TRUE(Load(L"<G><L" + layout + L"/><B><I" + row + L"/><I" + row + L"/></B><M" + layout + L"/></G>"));
-  TNode* body = Root()->GetChildByName(L"B", false);
-  TNode* tops[] = {Root()->FirstChild, Root()->LastChild};
-  for (size_t i = 0; i < names.size(); i++) {
-    const wchar_t* name = names[i].c_str();
-    for (TNode* top : tops) EXPECT_EQ(std::wstring(top->GetString(name)), L"l" + std::to_wstring(i)) << name;
-    for (TNode* r = body->FirstChild; r; r = r->Next)
-      EXPECT_EQ(std::wstring(r->GetString(name)), L"r" + std::to_wstring(i)) << name;
+  const std::wstring document = L"<G><L" + layout + L"/><B><I" + row + L"/><I" + row + L"/></B><M" + layout + L"/></G>";
+  ASSERT_TRUE(Load(document));
+  TTree utf8;  // the names are ASCII: the same document as UTF-8
+  ASSERT_NE(utf8.SetXml(std::string(document.begin(), document.end()).c_str()), nullptr);
+  for (TNode* root : {Root(), utf8.Root}) {
+    TNode* body = root->GetChildByName(L"B", false);
+    TNode* tops[] = {root->FirstChild, root->LastChild};
+    for (size_t i = 0; i < names.size(); i++) {
+      const wchar_t* name = names[i].c_str();
+      for (TNode* top : tops) EXPECT_EQ(std::wstring(top->GetString(name)), L"l" + std::to_wstring(i)) << name;
+      for (TNode* r = body->FirstChild; r; r = r->Next)
+        EXPECT_EQ(std::wstring(r->GetString(name)), L"r" + std::to_wstring(i)) << name;
+    }
   }
 }
 
