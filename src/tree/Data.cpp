@@ -57,7 +57,7 @@ int TData::GetMaxLog2(int n) {
 
 TData::TData()
     : Values(nullptr), Slots(nullptr), Used(0), Capacity(0), SlotCount(0), SlotWidth(2), Flags(FState),
-      Pooled(0), Tree(nullptr), Base(nullptr) {}
+      Pooled(0), TrimmedRoom(0), Tree(nullptr), Base(nullptr) {}
 
 TData::~TData() { ReleaseBlocks(); }
 
@@ -66,7 +66,16 @@ void TData::ReleaseBlocks() {
   if (!(Pooled & PooledSlots)) free(Slots);
   Values = nullptr;
   Slots = nullptr;
-  Pooled &= ~(PooledValues | PooledSlots);
+  Pooled &= ~(PooledValues | PooledSlots | TrimmedValues);
+}
+
+void TData::WidenValues(long long used) {
+  if (!(Pooled & TrimmedValues) || used <= TrimmedRoom * 4LL) return;
+  unsigned char* wide = (unsigned char*)malloc(Capacity);
+  if (wide && Used) memcpy(wide, Values, Used);
+  if (!(Pooled & PooledValues)) free(Values);
+  Values = wide;
+  Pooled &= ~(PooledValues | TrimmedValues);
 }
 
 namespace {
@@ -356,6 +365,8 @@ int TData::SetType(int index, int type, int size) {
     return position;
   }
 
+  // The append below may pass the end of a trimmed area.
+  WidenValues((long long)Used - room + grow);
   if (room > 0) {
     memmove(Values + position, Values + position + room, Used - position - room);
     Used -= room;

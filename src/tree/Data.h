@@ -21,8 +21,11 @@ enum { TNone = 0, TByte = 1, TInt = 3, TArray = 5, TDouble = 6, TString = 7 };
 // Node flags.
 enum { FSpec = 1, FFiltered = 8, FState = 16, FGrouped = 32 };
 
-// Bits of TData::Pooled.
-enum { PooledValues = 1, PooledSlots = 2, PooledNode = 4 };
+// Bits of TData::Pooled. TrimmedValues: the value area holds TrimmedRoom
+// units of 4 bytes, not Capacity: what was read and a little to spare. It is
+// widened to Capacity before an append that would pass its end, so Capacity
+// keeps its meaning while a read row costs little more than its values.
+enum { PooledValues = 1, PooledSlots = 2, PooledNode = 4, TrimmedValues = 8 };
 
 // Fixed name indexes, equal in every tree.
 enum {
@@ -147,6 +150,8 @@ public:
   // PooledNode) and so are not freed one by one. It sits in what would be
   // padding, so the record's size is unchanged.
   unsigned char Pooled;
+  // Size of a trimmed value area in units of 4 bytes; also in padding.
+  uint16_t TrimmedRoom;
   TTree* Tree;
   TData* Base;
 
@@ -158,6 +163,9 @@ public:
 protected:
   // Frees both blocks (pooled ones stay in the store) and forgets them.
   void ReleaseBlocks();
+  // Gives a trimmed value area its full Capacity on the heap when used
+  // bytes would not fit it.
+  void WidenValues(long long used);
   void WriteSlot(int slot, int meta, int position);
   int StoreString(int index, const void* text, int length);
   int GetIntAt(int type, const unsigned char* p) const;

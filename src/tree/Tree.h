@@ -72,6 +72,8 @@ private:
   std::vector<wchar_t> BigTmp[BigTmpCount];
   int BigTmpNext = 0;
   const wchar_t* AddDocument(TNode* element, const wchar_t* text);
+  // SetXml of 8-bit text; discard as for TNodeXml::SetXml.
+  const char* SetXml(const char* text, bool discard);
   // Makes a read element the root or merges it into the root; an element
   // that failed to read is deleted. Returns read.
   bool AttachDocument(TNode* element, bool read);

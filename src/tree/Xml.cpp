@@ -3,6 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+#include <langinfo.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include "tree/System.h"
 #include "tree/Tree.h"
 #include "tree/UTF.h"
@@ -38,6 +41,42 @@ public:
   }
   wchar_t operator[](int k) const { return *(*this + k); }
   const char* Bytes() const { return (const char*)S; }
+  // Moves on while keep holds for the character here; keep(0) must be false.
+  // Runs of ASCII bytes are tested as they stand, without decoding: each of
+  // them is one character of its own value.
+  template <class F>
+  void SkipWhile(F keep) {
+    while (keep(C)) {
+      S += N;
+      unsigned b = *S;
+      while (b - 1 < 0x7F && keep((wchar_t)b)) b = *++S;
+      Decode();
+    }
+  }
+  // Whether the text from here up to the next stop byte is plain: ASCII
+  // bytes without '&', each a character of its own value. Then n is their
+  // count. plain marks the bytes that may stand in the run (never 0 or
+  // stop).
+  bool PlainRun(const bool* plain, unsigned char stop, size_t& n) const {
+    const unsigned char* q = S;
+    while (plain[*q]) q++;
+    n = q - S;
+    return *q == stop;
+  }
+  // Widens a plain run of n bytes (PlainRun) into out and moves behind it.
+  void TakePlain(size_t n, wchar_t* out) {
+    for (size_t i = 0; i < n; i++) out[i] = S[i];
+    S += n;
+    Decode();
+  }
+  // Writes the characters up to end as wide text; returns the output's end.
+  wchar_t* Widen(const TUtf8Cursor& end, wchar_t* out) const {
+    const unsigned char* s = S;
+    while (s < end.S && *s < 0x80) *out++ = *s++;
+    if (s == end.S) return out;
+    for (TUtf8Cursor c((const char*)s); c.S < end.S; ++c) *out++ = *c;
+    return out;
+  }
   // Bytes from here to a later cursor: an upper bound of its characters.
   size_t BytesTo(const TUtf8Cursor& end) const { return end.S - S; }
 
@@ -79,9 +118,19 @@ private:
   }
 };
 
+// Moves p on while keep holds; keep(0) must be false.
+template <class F>
+inline void SkipWhile(const wchar_t*& p, F keep) {
+  while (keep(*p)) p++;
+}
+template <class F>
+inline void SkipWhile(TUtf8Cursor& p, F keep) {
+  p.SkipWhile(keep);
+}
+
 template <class P>
 inline P SkipBlanks(P p) {
-  while (IsBlank(*p)) p++;
+  SkipWhile(p, IsBlank);
   return p;
 }
 
@@ -130,6 +179,19 @@ wchar_t* DecodeEscapedDocument(const wchar_t* text) {
   *out = 0;
   return copy;
 }
+
+// Bytes that stand for themselves inside a value quoted with " or ': ASCII
+// other than NUL, '&' and the quote. Built at compile time.
+struct TPlainBytes {
+  bool InDouble[256], InSingle[256];
+  constexpr TPlainBytes() : InDouble(), InSingle() {
+    for (int b = 0; b < 256; b++) InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
+    InDouble[(int)'"'] = InSingle[(int)'\''] = false;
+  }
+};
+constexpr TPlainBytes PlainBytes;
+constexpr const bool* PlainInDouble = PlainBytes.InDouble;
+constexpr const bool* PlainInSingle = PlainBytes.InSingle;
 }  // namespace
 
 // Working state of one document read: the entries of all open elements as one
@@ -142,6 +204,16 @@ struct TNodeXml::TScan {
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
+  uintptr_t DiscardFrom = 0, Page = 0;
+  // Slots of recently seen attribute names by mode: a name keeps its slot
+  // in a space once it has one, and reading removes no names.
+  struct TName {
+    int Mode = -1;
+    int Length = 0;
+    int Slot = -1;
+    wchar_t Text[16];
+  };
+  std::vector<TName> Names;
 
   ~TScan() {
     for (wchar_t* b : Blocks) free(b);
@@ -178,26 +250,127 @@ struct TNodeXml::TScan {
     length = (int)(end - start);
     return start;
   }
-  const wchar_t* Text(TUtf8Cursor start, const TUtf8Cursor& end, int& length) {
+  const wchar_t* Text(const TUtf8Cursor& start, const TUtf8Cursor& end, int& length) {
     wchar_t* target = Reserve(start.BytesTo(end) + 1);
-    wchar_t* out = target;
-    for (; start.Bytes() < end.Bytes(); ++start) *out++ = *start;
+    wchar_t* out = start.Widen(end, target);
     *out = 0;
     length = (int)(out - target);
     return target;
   }
+  static unsigned NameHash(unsigned first, unsigned last, size_t length) {
+    return (first * 31u + last * 7u + (unsigned)length) & 63;
+  }
+  // The slot of an attribute name in the space of mode; -1 for a name the
+  // table could not number, which is dropped rather than misplaced, and
+  // FlagsName for "_0F", which is no attribute.
+  static const int FlagsName = -2;
+  int NameSlot(TIndextable& names, const wchar_t* text, int length, int mode) {
+    TName* cached = nullptr;
+    if (length > 0 && length <= 16) {
+      if (Names.empty()) Names.resize(64);
+      cached = &Names[NameHash(text[0], text[length - 1], length)];
+      if (cached->Mode == mode && cached->Length == length && !wmemcmp(cached->Text, text, length))
+        return cached->Slot;
+    }
+    int slot = FlagsName;
+    if (length != 3 || wcsncmp(text, L"_0F", 3)) {
+      int index = names.GetIndexN(text, length, mode);
+      slot = mode == 2 ? index >> 16 : index & 0xFFFF;
+      if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) slot = -1;
+    }
+    if (cached) {
+      cached->Mode = mode;
+      cached->Length = length;
+      cached->Slot = slot;
+      wmemcpy(cached->Text, text, length);
+    }
+    return slot;
+  }
+  // Giving back the pages of a large buffer behind the reading: nothing
+  // behind the cursor is read again once a child element is complete, as
+  // names and values are copied out. It keeps the peak of a load near the
+  // tree's own size.
+  void StartDiscard(const char* text) {
+    long page = sysconf(_SC_PAGESIZE);
+    if (page <= 0) return;
+    Page = (uintptr_t)page;
+    DiscardFrom = ((uintptr_t)text + Page - 1) & ~(Page - 1);
+  }
+  void Discard(const wchar_t*) {}
+  void Discard(const TUtf8Cursor& p) {
+    if (!DiscardFrom) return;
+    // A page of margin behind the cursor; steps of 4 MiB.
+    uintptr_t end = ((uintptr_t)p.Bytes() & ~(Page - 1)) - Page;
+    if (end < DiscardFrom + (4u << 20) || end > (uintptr_t)p.Bytes()) return;
+    madvise((void*)DiscardFrom, end - DiscardFrom, MADV_DONTNEED);
+    DiscardFrom = end;
+  }
   static bool InPlace(const wchar_t* text, const wchar_t* start) { return text == start; }
   static bool InPlace(const wchar_t*, const TUtf8Cursor&) { return false; }
+  // The slot of the name from start to end, as NameSlot gives it. An ASCII
+  // name of UTF-8 is first compared by byte with the cached one.
+  int AttrSlot(TIndextable& names, const wchar_t* start, const wchar_t* end, int mode) {
+    return NameSlot(names, start, (int)(end - start), mode);
+  }
+  int AttrSlot(TIndextable& names, const TUtf8Cursor& start, const TUtf8Cursor& end, int mode) {
+    const unsigned char* b = (const unsigned char*)start.Bytes();
+    size_t n = start.BytesTo(end);
+    if (n > 0 && n <= 16 && !Names.empty()) {
+      const TName& cached = Names[NameHash(b[0], b[n - 1], n)];
+      if (cached.Mode == mode && cached.Length == (int)n) {
+        size_t i = 0;
+        while (i < n && b[i] < 0x80 && (wchar_t)b[i] == cached.Text[i]) i++;
+        if (i == n) return cached.Slot;
+      }
+    }
+    int length;
+    const wchar_t* text = Text(start, end, length);
+    return NameSlot(names, text, length, mode);
+  }
+  // A value's characters as wide text. Plain: known to hold no '&'. Owned:
+  // in the arena, so decoding may overwrite it.
+  struct TValue {
+    const wchar_t* Text;
+    int Length;
+    bool Plain;
+    bool Owned;
+  };
+  // An attribute value from p, behind its opening quote, up to the closing
+  // quote or the end, where p stops.
+  TValue ReadValue(const wchar_t*& p, wchar_t quote) {
+    const wchar_t* start = p;
+    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
+    return {start, (int)(p - start), false, false};
+  }
+  TValue ReadValue(TUtf8Cursor& p, wchar_t quote) {
+    // Plain ASCII, the common case, is found and widened by byte; anything
+    // else is scanned by character.
+    size_t n;
+    if (p.PlainRun(quote == L'"' ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
+      wchar_t* target = Reserve(n + 1);
+      p.TakePlain(n, target);
+      target[n] = 0;
+      return {target, (int)n, true, true};
+    }
+    const TUtf8Cursor start = p;
+    SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
+    int length;
+    const wchar_t* text = Text(start, p, length);
+    return {text, length, false, true};
+  }
   // A value as it will be stored: without '&' as it stands, decoded otherwise.
   // A decoded value is never longer than its source.
+  void AddValue(int slot, const TValue& value) {
+    if (value.Plain || !wmemchr(value.Text, L'&', value.Length)) return Add(slot, value.Text, value.Length);
+    wchar_t* target = value.Owned ? const_cast<wchar_t*>(value.Text) : Reserve(value.Length + 1);
+    wchar_t* last = XmlToString(value.Text, target, value.Text + value.Length);
+    Add(slot, target, (int)(last - target));
+  }
   template <class P>
   void AddValue(int slot, P start, P end) {
     int length;
     const wchar_t* text = Text(start, end, length);
-    if (!wmemchr(text, L'&', length)) return Add(slot, text, length);
-    wchar_t* target = InPlace(text, start) ? Reserve(length + 1) : const_cast<wchar_t*>(text);
-    wchar_t* last = XmlToString(text, target, text + length);
-    Add(slot, target, (int)(last - target));
+    AddValue(slot, {text, length, false, !InPlace(text, start)});
   }
 };
 
@@ -217,9 +390,10 @@ const wchar_t* TNodeXml::SetXml(const wchar_t* text, int depth) {
   return Scan(scan, text, depth) ? text : nullptr;
 }
 
-const char* TNodeXml::SetXml(const char* text, int depth) {
+const char* TNodeXml::SetXml(const char* text, int depth, bool discard) {
   if (!text) return nullptr;
   TScan scan;
+  if (discard) scan.StartDiscard(text);
   TUtf8Cursor p(text);
   return Scan(scan, p, depth) ? p.Bytes() : nullptr;
 }
@@ -242,7 +416,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
   bool result = false;
   int length;
   const P name = ++p;
-  while (*p && !IsBlank(*p) && *p != L'/' && *p != L'>') p++;
+  SkipWhile(p, [](wchar_t c) { return c && !IsBlank(c) && c != L'/' && c != L'>'; });
   const wchar_t* nameText = scan.Text(name, p, length);
   scan.Add(0, nameText, length);
 
@@ -260,29 +434,25 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       goto done;
     }
     const P attr = p;
-    while ((unsigned)*p > 32 && *p != L'=') p++;
+    SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
     const P attrEnd = p;
     p = SkipBlanks(p);
     if (*p != L'=') goto done;
     p = SkipBlanks(p + 1);
     wchar_t quote = *p;
     if (quote != L'"' && quote != L'\'') goto done;
-    const P value = ++p;
-    while (*p && *p != quote) p++;
+    const TScan::TValue value = scan.ReadValue(++p, quote);
     if (!*p) goto done;
-    const P valueEnd = p++;
-    const wchar_t* attrText = scan.Text(attr, attrEnd, length);
-    if (length == 3 && !wcsncmp(attrText, L"_0F", 3)) {
+    p++;
+    int slot = scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
+    if (slot == TScan::FlagsName) {
       // Read up to the first character that is not a digit: the closing quote
-      // in place, the terminator of a decoded copy.
-      if (wcstol(scan.Text(value, valueEnd, length), nullptr, 10) & FFiltered) Flags |= FFiltered;
+      // in place, the terminator of a copy in the arena.
+      if (wcstol(value.Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
-    int index = Tree->Names.GetIndexN(attrText, length, mode);
-    int slot = mode == 2 ? index >> 16 : index & 0xFFFF;
-    // A name the table could not number is dropped rather than misplaced.
-    if (index == -1 || slot < 0 || slot > TIndextable::MaxSlot) continue;
-    scan.AddValue(slot, value, valueEnd);
+    if (slot < 0) continue;
+    scan.AddValue(slot, value);
   }
 
   // Content: children and text runs up to the end tag.
@@ -296,7 +466,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       }
       P q = SkipBlanks(p + 1);
       if (*q == L'/') {
-        while (*q && *q != L'>') q++;
+        SkipWhile(q, [](wchar_t c) { return c && c != L'>'; });
         if (!*q) goto done;
         SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
         p = q + 1;
@@ -309,10 +479,11 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
         goto done;
       }
       AppendChild(child);
+      scan.Discard(p);
       continue;
     }
     const P text = p;
-    while (*p && *p != L'<') p++;
+    SkipWhile(p, [](wchar_t c) { return c && c != L'<'; });
     if (!*p) goto done;
     scan.AddValue(2, text, p);
   }
@@ -358,12 +529,40 @@ int ParseInt(const wchar_t* v, int n) {
   return negative ? -value : value;
 }
 
-double ParseDouble(const wchar_t* v, int n) {
+// Whether the locale reads '.' as the decimal point, as wcstod does.
+bool PointIsDot() {
+  const char* point = nl_langinfo(RADIXCHAR);
+  return point && point[0] == '.' && !point[1];
+}
+
+// Decimals of the shape Classify lets through: at most 15 characters with at
+// most 9 after the dot. Their digits make an integer below 2^53 and 10^9 is
+// exact, so the one division rounds just as wcstod reads the text; where the
+// locale's point is not '.', wcstod itself reads it.
+double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
+  if (pointIsDot) {
+    bool negative = *v == L'-';
+    long long digits = 0, scale = 1;
+    bool decimals = false;
+    for (int i = negative; i < n; i++) {
+      if (v[i] == L'.') {
+        decimals = true;
+        continue;
+      }
+      digits = digits * 10 + (v[i] - L'0');
+      if (decimals) scale *= 10;
+    }
+    double value = (double)digits / (double)scale;
+    return negative ? -value : value;
+  }
   wchar_t buffer[16];
   wmemcpy(buffer, v, n);
   buffer[n] = 0;
   return wcstod(buffer, nullptr);
 }
+
+// Bytes a read row's value area keeps beyond its values.
+const size_t TrimSpare = 32;
 
 int StringRoomLog2(int length) { return TData::GetLog2((length + 1) * (int)sizeof(wchar_t)); }
 }  // namespace
@@ -406,6 +605,7 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
+  int point = -1;  // whether the decimal point is '.', asked at the first double
   for (int i = 0; i < count; i++) {
     const wchar_t* v = values[i];
     int n = lengths[i];
@@ -422,7 +622,8 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
         break;
       }
       case TDouble: {
-        double value = ParseDouble(v, n);
+        if (point < 0) point = PointIsDot();
+        double value = ParseDouble(v, n, point);
         memcpy(Values + position, &value, 8);
         WriteSlot(slots[i], 0x1E, position);
         position += 8;
@@ -439,8 +640,14 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     }
   }
 
-  // Pass 3: a known id makes this element replace the earlier row.
-  const wchar_t* id = GetId();
+  // Pass 3: a known id makes this element replace the earlier row. A number
+  // is written into a local buffer, as GetId would write it into scratch.
+  wchar_t number[24];
+  const wchar_t* id;
+  unsigned char* at = nullptr;
+  int idType = GetTypeBase(IIdIndex, at);
+  if (idType == TByte || idType == TInt) IntToString(GetIntAt(idType, at), number), id = number;
+  else id = GetId();
   if (!*id || !Tree) return;
   int entry = Tree->Ids.Get(id, 1);
   TNode* old = Tree->Ids.GetNode(entry);
@@ -456,10 +663,19 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
 void TNodeXml::TakeBlocks() {
   size_t slotBytes = (size_t)SlotCount * SlotWidth;
+  // The area holds what was read and room for a value or two more (a
+  // calculated cell, say); room up to Capacity comes with the first append
+  // that needs it (WidenValues).
+  size_t valueBytes = (((size_t)Used + 3) & ~(size_t)3) + TrimSpare;
+  if (valueBytes >= (size_t)Capacity || valueBytes / 4 > 0xFFFF) valueBytes = Capacity;
   if (Capacity) {
-    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(Capacity) : nullptr;
+    Values = Tree ? (unsigned char*)Tree->Store.TakeBytes(valueBytes) : nullptr;
     if (Values) Pooled |= PooledValues;
-    else Values = (unsigned char*)malloc(Capacity);
+    else Values = (unsigned char*)malloc(valueBytes);
+    if (valueBytes < (size_t)Capacity) {
+      Pooled |= TrimmedValues;
+      TrimmedRoom = (uint16_t)(valueBytes / 4);
+    }
   }
   Slots = Tree ? Tree->Store.TakeBytes(slotBytes) : nullptr;
   if (Slots) {
@@ -546,7 +762,9 @@ const wchar_t* TTree::SetXml(const wchar_t* text) {
   return AddDocument(CreateElement(nullptr), text);
 }
 
-const char* TTree::SetXml(const char* text) {
+const char* TTree::SetXml(const char* text) { return SetXml(text, false); }
+
+const char* TTree::SetXml(const char* text, bool discard) {
   if (!text) return nullptr;
   const unsigned char* bytes = (const unsigned char*)text;
   if (bytes[0] == 0xFF && bytes[1] == 0xFE) {
@@ -573,7 +791,8 @@ const char* TTree::SetXml(const char* text) {
   if (*start == 0xFEFF) ++start;
   if (!(start[0] == L'&' && start[1] == L'l' && start[2] == L't' && start[3] == L';')) {
     TNode* element = CreateElement(nullptr);
-    return AttachDocument(element, ((TNodeXml*)element)->SetXml(start.Bytes(), 0) != nullptr) ? text : nullptr;
+    bool read = ((TNodeXml*)element)->SetXml(start.Bytes(), 0, discard) != nullptr;
+    return AttachDocument(element, read) ? text : nullptr;
   }
   size_t length = strlen(text);
   wchar_t stackBuffer[2048];
@@ -600,7 +819,8 @@ int TTree::LoadXml(const wchar_t* path) {
   size_t read = fread(buffer, 1, size, file);
   fclose(file);
   memset(buffer + read, 0, 8);
-  const char* position = SetXml(buffer);
+  // The buffer is the reader's alone: pages it has read go back at once.
+  const char* position = SetXml(buffer, true);
   int result = 0;
   if (!position) {
     result = -3;

@@ -17,8 +17,10 @@ public:
   // Reads one element into this node; returns where reading stopped, or null.
   const wchar_t* SetXml(const wchar_t* text, int depth);
   // The same from UTF-8, decoded as it is read (as ToUnicode would widen it);
-  // returns where reading stopped, or null.
-  const char* SetXml(const char* text, int depth);
+  // returns where reading stopped, or null. With discard, text is a buffer of
+  // the caller's that nothing else reads: pages the reading has left behind
+  // are given back to the system as it goes (they then read as zeros).
+  const char* SetXml(const char* text, int depth, bool discard = false);
   // Builds the record in one step from the scanned entries.
   void SetRow(const int* indexes, const wchar_t* const* values, const int* lengths, int count);
   // Decodes entities from source up to NUL or end; returns the output's end

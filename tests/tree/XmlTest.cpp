@@ -375,6 +375,15 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<G><B><I id=\"1\" A=\"\xC3\xA9t\xC3\xA9\" B=\"12\" C=\"1.5\" _0F=\"\xC0\xB8\"/><I id=\"1\" x=\"2\"/></B></G>",
       "<a><!-- x --><!-x--><?p <q> ?><![CDATA[<x>]]><b/>t&amp;u</a>", "<a><!-\xC0\xAD->x--></a>",
       "<a>\xC0\xBC/a></a>", "<a \xC3\xA9=\"1\" \xC0\xBD=\"2\"/>",
+      // ASCII runs read without decoding, broken by characters that decode
+      // to markup or to nothing, in names, values, text runs and end tags.
+      "<abc\xC0\xBE<b/></abc>", "<a bc\xC0\xBD\"1\"/>", "<a bcd\xC0\xA0=\"1\"/>", "<a b=\"xyz\xC0\xA2 y\"/>",
+      "<a b='xyz\xC0\xA7 y'/>", "<a>text\xC0\xBC/a></a>", "<a>t\xC3\xA9xt</a\xC0\xBE", "<a b=\"xyz\xE2\x82",
+      "<a b=\"xyz\x80\xC0\"/>", "<a b=\"ab\xC3\xA9" "cd&amp;ef\xE2\x82\xAC" "gh\"/>", "<a b=\"ab\xC0\xA6" "amp;\"/>",
+      // Names whose bytes and whose characters could be taken for each other.
+      "<a \xC3\x83\xC2\x83=\"1\" \xC3\x83=\"2\" _0F=\"8\" _0F\xC3\x83=\"3\" \xC3\x83\xC2\x83=\"4\"/>",
+      "<a b='x\"y' c=\"x'y\" d='' e=\"\"/>", "<a b=\"abc", "<a b='abc\x7F\x01'/>",
+      "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
   };
   for (const char* d : documents) ExpectSame(d);
 }
@@ -383,9 +392,10 @@ TEST_F(Utf8ScanTest, RandomBytesReadAsTheirWidenedCopies) {
   // Markup pieces mixed with every kind of lead and continuation byte.
   const char* const pieces[] = {"<", ">", "/", "=", "\"", "'", " ", "a", "I", "id", "1", "-", ".", "&", "amp;",
                                 "&#x41;", "<!", "--", "?", "\x80", "\xBF", "\xC0", "\xC3", "\xE2", "\xEF", "\xF0",
-                                "\x41", "<I id=\"1\">", "</I>", "<a b=\"", "\"/>"};
+                                "\x41", "<I id=\"1\">", "</I>", "<a b=\"", "\"/>", "abcdefghij", "\xC0\xA2",
+                                "\xC0\xBE", "\xC0\xBC", "\xC0\xBD", "\xC3\xA9"};
   unsigned state = 12345;
-  for (int round = 0; round < 3000; round++) {
+  for (int round = 0; round < 4000; round++) {
     std::string d = round % 2 ? "<G>" : "";
     int n = 1 + round % 24;
     for (int i = 0; i < n; i++) {
@@ -417,4 +427,122 @@ TEST_F(XmlTest, ReadRowsGrowCopyAndDieLikeOthers) {
   EXPECT_EQ(Xml(tree.Root, 2),
             L"<G><B><I id=\"1\" A=\"x\" Long=\"" + longText + L"\" N=\"7\"/></B><B><I id=\"2\" "
             L"A=\"longer than the room it had\" B=\"5\"><I id=\"3\"/></I></B></G>");
+}
+
+// A read row's value area holds only what was read; every write must see the
+// record as if it had its whole Capacity: a full-size copy, given the same
+// writes, stays equal to it step by step.
+TEST_F(XmlTest, TrimmedValueAreasWidenOnTheFirstAppend) {
+  ASSERT_TRUE(Load(L"<G><B><I id=\"7\" A=\"abcdefghijklmnopqrstu\" B=\"1234\" C=\"x\"/></B></G>"));
+  TNode* row = tree.GetElem(L"7");
+  ASSERT_NE(row, nullptr);
+  EXPECT_TRUE(row->Pooled & TrimmedValues);
+  TNode* full = row->Duplicate();  // same record at its whole Capacity
+  EXPECT_FALSE(full->Pooled & TrimmedValues);
+  const std::wstring past(200, L'q');
+  struct TWrite { const wchar_t* name; const wchar_t* text; int number; bool trimmedAfter; };
+  const TWrite writes[] = {
+      {L"B", nullptr, 99, true},                  // in place: the area is not touched
+      {L"C", L"y", 0, true},                      // a text within its room
+      {L"N", nullptr, 5, true},                   // appended within the spare bytes
+      {L"M", L"1234567", 0, false},               // appended past them
+      {L"A", L"a text longer than its room", 0, false},
+      {L"L", past.c_str(), 0, false},  // past Capacity
+  };
+  for (const TWrite& w : writes) {
+    for (TNode* n : {row, full}) {
+      if (w.text) n->SetString(w.name, w.text);
+      else n->SetInt(w.name, w.number);
+    }
+    EXPECT_EQ(bool(row->Pooled & TrimmedValues), w.trimmedAfter) << w.name;
+    EXPECT_EQ(Room(row), Room(full)) << w.name;
+    EXPECT_EQ(Xml(row), Xml(full)) << w.name;
+  }
+  TNode::Delete(full);
+}
+
+// Attribute names are looked up through a small cache of recent names; every
+// value must still land in the slot its name has in the record's own space,
+// whatever the depth, the name's length or how names crowd the cache.
+TEST_F(XmlTest, AttributeNamesKeepTheirSlotsInEachSpace) {
+  std::vector<std::wstring> names = {L"A", L"B", L"Name", std::wstring(16, L'n'), std::wstring(17, L'n'),
+                                     std::wstring(16, L'm') + L"x"};
+  for (int i = 0; i < 90; i++) names.push_back(L"k" + std::to_wstring(i));
+  std::wstring row, layout;
+  for (size_t i = 0; i < names.size(); i++) {
+    row += L" " + names[i] + L"=\"r" + std::to_wstring(i) + L"\"";
+    // The layout element meets the names in another order.
+    size_t j = names.size() - 1 - i;
+    layout += L" " + names[j] + L"=\"l" + std::to_wstring(j) + L"\"";
+  }
+  const std::wstring document = L"<G><L" + layout + L"/><B><I" + row + L"/><I" + row + L"/></B><M" + layout + L"/></G>";
+  ASSERT_TRUE(Load(document));
+  TTree utf8;  // the names are ASCII: the same document as UTF-8
+  ASSERT_NE(utf8.SetXml(std::string(document.begin(), document.end()).c_str()), nullptr);
+  for (TNode* root : {Root(), utf8.Root}) {
+    TNode* body = root->GetChildByName(L"B", false);
+    TNode* tops[] = {root->FirstChild, root->LastChild};
+    for (size_t i = 0; i < names.size(); i++) {
+      const wchar_t* name = names[i].c_str();
+      for (TNode* top : tops) EXPECT_EQ(std::wstring(top->GetString(name)), L"l" + std::to_wstring(i)) << name;
+      for (TNode* r = body->FirstChild; r; r = r->Next)
+        EXPECT_EQ(std::wstring(r->GetString(name)), L"r" + std::to_wstring(i)) << name;
+    }
+  }
+}
+
+// Decimals are read without the library where the point is '.'; each shape
+// must give wcstod's very double, sign of zero included.
+TEST_F(XmlTest, DecimalsReadAsWcstodReadsThem) {
+  std::vector<std::wstring> texts = {L"0.5", L"-0.5", L"-.5", L"-0.0", L"0.000000001", L"9999999999999.9",
+                                     L"90071.992547409", L"1.000000005", L"0.1", L"-1234.123456789",
+                                     L"123456.7", L"5.00000000"};
+  unsigned state = 99;
+  for (int i = 0; i < 3000; i++) {
+    state = state * 1103515245u + 12345u;
+    int whole = 1 + (state >> 8) % 9, decimals = 1 + (state >> 16) % 9;
+    if (whole + decimals > 13) decimals = 13 - whole;
+    std::wstring t = (state >> 30) & 1 ? L"-" : L"";
+    for (int k = 0; k < whole + decimals + 1; k++) {
+      state = state * 1103515245u + 12345u;
+      wchar_t digit = L'0' + (state >> 16) % 10;
+      t += k == whole ? L'.' : (k == 0 && digit == L'0' ? L'7' : digit);
+    }
+    texts.push_back(t);
+  }
+  for (const std::wstring& t : texts) {
+    ASSERT_TRUE(Load(L"<a v=\"" + t + L"\"/>")) << t;
+    unsigned char* p = nullptr;
+    ASSERT_EQ(Root()->GetType(Root()->GetIndex(L"v", 0), p), TDouble) << t;
+    double read, expected = wcstod(t.c_str(), nullptr);
+    memcpy(&read, p, 8);
+    EXPECT_EQ(memcmp(&read, &expected, 8), 0) << t;
+  }
+}
+
+// A large file's buffer is given back page by page behind the reading; the
+// tree must be the one the same text gives from memory.
+TEST_F(XmlTest, LargeFileReadsAsItsTextDoes) {
+  std::string text = "<G><B>";
+  for (int i = 0; i < 100000; i++)
+    text += "<I id=\"" + std::to_string(i) + "\" A=\"name " + std::to_string(i * 7) +
+            " &amp; more\" B=\"" + std::to_string(i % 1000) + "\" C=\"" + std::to_string(i) + ".25\" D=\"\xC3\xA9t\xC3\xA9\"/>\n";
+  text += "</B></G>";
+  ASSERT_GT(text.size(), 6u << 20);
+  std::wstring path = Path("large.xml");
+  {
+    std::ofstream out(std::string(path.begin(), path.end()), std::ios::binary);
+    out << text;
+  }
+  ASSERT_EQ(tree.LoadXml(path.c_str()), 0);
+  TTree fromMemory;
+  ASSERT_NE(fromMemory.SetXml(text.c_str()), nullptr);
+  int length = 0, memoryLength = 0;
+  wchar_t* loaded = tree.GetXml(&length, 255);
+  wchar_t* expected = fromMemory.GetXml(&memoryLength, 255);
+  ASSERT_TRUE(loaded && expected);
+  EXPECT_EQ(std::wstring(loaded, length), std::wstring(expected, memoryLength));
+  free(loaded);
+  free(expected);
+  EXPECT_STREQ(tree.GetElem(L"99999")->GetString(L"A"), L"name 699993 & more");
 }
