@@ -71,6 +71,35 @@ void MoveChildrenToEnd(TNode* row, TNode* parent) {
   row->FirstChild = row->LastChild = nullptr;
 }
 
+// Frees a generated row. Its entry in the id table is emptied first: the
+// table only unlinks a removed entry, and compiled formulas may still hold
+// the entry's number.
+void DeleteGroupRow(TNode* row) {
+  TNodetable& ids = row->Tree->Ids;
+  int entry = ids.Get(row->GetId(), 0);
+  if (entry >= 0 && ids.GetNode(entry) == row) ids.SetNode(entry, nullptr);
+  TNode::Delete(row);
+}
+
+// A row is a group row when its default is a group definition. Rows share a
+// few defaults, so the answer for the last default is kept.
+class TGroupRowTest {
+public:
+  explicit TGroupRowTest(int groupIndex) : Index(groupIndex), Last(nullptr), Answer(false) {}
+  bool operator()(const TNode* row) {
+    if (row->Base != Last) {
+      Last = row->Base;
+      Answer = Last && Last->GetInt(Index) != 0;
+    }
+    return Answer;
+  }
+
+private:
+  int Index;
+  const TData* Last;
+  bool Answer;
+};
+
 }  // namespace
 
 // What one level groups by: looked up once, shared by every parent.
@@ -157,8 +186,6 @@ bool TGridGroup::UpdateGroup() {
 }
 
 // ---- Group ----
-
-bool TGridGroup::IsGroupRow(const TNode* row) const { return row->Base && row->Base->GetInt(GroupIndex) != 0; }
 
 void TGridGroup::Group() {
   if (!Tree || !Cfg || !Body) return;
@@ -321,6 +348,7 @@ void TGridGroup::GroupBy(TNode* parent, int col, TNode* def, TEditCol* editCols,
     // walk goes on, as a nested call would do it.
     std::vector<TWalk> walks(1);
     size_t depth = 1;
+    TGroupRowTest isGroupRow(GroupIndex);
     BeginWalk(*level, walks[0], parent);
     while (depth) {
       TWalk& walk = walks[depth - 1];
@@ -331,7 +359,7 @@ void TGridGroup::GroupBy(TNode* parent, int col, TNode* def, TEditCol* editCols,
         continue;
       }
       walk.Next = row->Next;
-      if (!IsGroupRow(row) && row->GetInt(level->CanGroup)) {
+      if (!isGroupRow(row) && row->GetInt(level->CanGroup)) {
         PlaceRow(*level, walk, row);
         continue;
       }
@@ -483,7 +511,7 @@ void TGridGroup::HideIfAllFiltered(const TLevel& level, TWalk& walk) {
 // begins.
 void TGridGroup::DissolveSole(TWalk& walk) {
   MoveChildrenBefore(walk.Open);
-  TNode::Delete(walk.Open);
+  DeleteGroupRow(walk.Open);
   walk.Open = nullptr;
 }
 
@@ -599,12 +627,13 @@ void TGridGroup::Ungroup() {
 void TGridGroup::Ungroup(TNode* parent) {
   if (!parent) return;
   if (GroupIndex == -1 && Tree) GroupIndex = Tree->GetSpecIndex(L"Group", 3);
+  TGroupRowTest isGroupRow(GroupIndex);
   std::vector<TNode*> pending(1, parent);
   while (!pending.empty()) {
     TNode* current = pending.back();
     pending.pop_back();
     for (TNode* child = current->FirstChild; child;) {
-      if (!IsGroupRow(child)) {
+      if (!isGroupRow(child)) {
         for (TNode* grandchild = child->FirstChild; grandchild; grandchild = grandchild->Next)
           pending.push_back(grandchild);
         child = child->Next;
@@ -612,7 +641,7 @@ void TGridGroup::Ungroup(TNode* parent) {
       }
       MoveChildrenToEnd(child, current);
       TNode* next = child->Next;
-      TNode::Delete(child);
+      DeleteGroupRow(child);
       child = next;
     }
   }

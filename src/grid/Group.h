@@ -57,7 +57,6 @@ private:
   struct TLevel;
   struct TWalk;
 
-  bool IsGroupRow(const TNode* row) const;
   void CollectCandidates(std::vector<TNode*>& candidates);
   bool ChooseMainCol(const std::vector<TNode*>& candidates);
   bool FirstColumnName(std::wstring& name);

@@ -313,4 +313,15 @@ TEST_F(GroupTest, LimitsAreCutSafely) {
   EXPECT_EQ(Attr(parent->Parent, L"GroupCol"), L"-");
 }
 
+// A compiled formula keeps the id table's entry of the row it names; a
+// destroyed group row must not stay behind in that entry.
+TEST_F(GroupTest, FormulaNamingAGroupRowSurvivesRegrouping) {
+  Make({L"A='a' C='1'", L"A='b' C='2'"}, L"<C Name='X' Formula='Get(_G0,\"C\")'/>",
+       L"<D Name='Group' Group='1' Calculated='1' CFormula='sum()'/><D Name='R' CanGroup='1' Calculated='1'/>");
+  for (const wchar_t* group : {L"A", L"C", L"A", L""}) {
+    EXPECT_NE(Body(std::wstring(L"Group='") + group + L"'"), L"<null>");
+    EXPECT_EQ(Row(L"_G0") != nullptr, *group != 0) << group;
+  }
+}
+
 }  // namespace
