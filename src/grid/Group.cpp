@@ -304,8 +304,8 @@ TNode* TGridGroup::ChooseDef(const std::vector<TNode*>& candidates, const wchar_
 }
 
 // The words Main and MainCol stand for the main column: its CanEdit and
-// CopyTo are set, with the level's column copied into it. More than
-// MaxEditCols items are left out.
+// CopyTo are set, with the level's column copied into it. Empty items name
+// no column and are skipped; more than MaxEditCols items are left out.
 int TGridGroup::BuildEditCols(TNode* def, int col, const wchar_t* colName, TEditCol* editCols) {
   std::wstring mainName = Cfg->GetString(L"MainCol");
   int count = 0;
@@ -570,7 +570,9 @@ TNode* TGridGroup::MakeGroupRow(const TLevel& level, const TWalk& walk, TNode* f
   return row;
 }
 
-// In a tree of groups the columns grouped by the rows above are hidden.
+// In a tree of groups the columns grouped by the rows above are hidden. Only
+// an ancestor's own GroupCol counts: a definition's GroupCol is a selector,
+// not a column.
 void TGridGroup::MarkAncestors(TNode* row, TNode* parent) {
   int groupCol = Tree->GetIndex(L"GroupCol", 0);
   for (TNode* above = parent; above; above = above->Parent) {
