@@ -33,7 +33,10 @@ const std::vector<const char*> settings = {
     "IdPrefix",     "IdPostfix",    "NumberId",     "NumberSort",  "CaseSensitive",  "WhiteChars",
     "CharCodes",    "LocaleCompare", "TimeZone",    "RootCount",   "PagesCreated",   "Name__",
     "Calculated",   "CanSort",      "Format",       "PageNameValue", "Related",      "Enum",
-    "SortValue",    "SortDescValue", "Hirji",       "Expanded",    "Count"};
+    "SortValue",    "SortDescValue", "Hirji",       "Expanded",    "Count",          "GroupTree",
+    "GroupMain",    "MaxGroupLength", "GroupEmpty", "GroupSole",   "GroupSingle",    "GroupDef",
+    "GroupCol",     "EditCols",     "CanGroup",     "ParentCDef",  "ParentAcceptDef", "MaxChars",
+    "Kind",         "CDef",         "AcceptDef",    "CanFilter"};
 
 std::string Value() {
   switch (R(14)) {
@@ -56,7 +59,7 @@ std::string Value() {
       for (int i = R(20); i > 0; i--) s += (char)(1 + R(255));
       return s;
     }
-    case 11: return "r" + std::to_string(R(60));
+    case 11: return (R(4) ? "r" : "_G") + std::to_string(R(60));
     case 12: return "&lt;&#65;&amp;&#x;&";
     default: return "";
   }
@@ -78,6 +81,29 @@ std::string Attrs(int n, const std::vector<const char*>& names) {
   return s;
 }
 
+// A Group text: mostly known columns, now and then more levels than allowed
+// or an unknown name.
+std::string GroupList() {
+  std::string s;
+  for (int i = R(R(8) ? 4 : 40); i >= 0; i--) s += std::string(s.empty() ? "" : ",") + Pick(cols);
+  return s;
+}
+
+// Group definitions with random selectors, patterns, edit and main columns.
+std::string GroupDefs() {
+  std::string s = R(4) ? "<D Name=\"Group\" Group=\"1\"" + Attrs(R(4), settings) + "/>" : "";
+  for (int i = R(4); i > 0; i--) {
+    s += "<D Name=\"" + std::string(Pick({"G1", "G2", "GroupLast", "Order", "Part"})) + "\" Group=\"" +
+         std::to_string(R(3)) + "\"";
+    if (R(2)) s += " GroupCol=\"" + Escape(R(2) ? std::string(Pick({"0", "1", "-1", "2,Name", "Status"})) : Value()) + "\"";
+    if (R(3) == 0) s += " GroupCols=\"" + Escape(R(2) ? "|*Status*|Name" : Value()) + "\"";
+    if (R(3) == 0) s += " EditCols=\"" + Escape(R(2) ? "Main,Price,MainCol" : Value()) + "\"";
+    if (R(4) == 0) s += " GroupMain=\"" + std::string(Pick(cols)) + "\"";
+    s += Attrs(R(3), settings) + "/>";
+  }
+  return s;
+}
+
 std::string Rows(int depth, int& budget) {
   std::string s;
   for (int i = R(6); i > 0 && budget > 0; i--, budget--) {
@@ -86,6 +112,7 @@ std::string Rows(int depth, int& budget) {
     if (R(5) == 0) s += std::string(" Def=\"") + Pick({"Customer", "Order", "Part", "R", "Nope"}) + "\"";
     if (R(7) == 0) s += " _0F=\"8\"";
     if (R(6) == 0) s += " Expanded=\"0\"";
+    if (R(4) == 0) s += std::string(" CanGroup=\"") + (R(3) ? "1" : "0") + "\"";
     s += Attrs(R(6), cols);
     s += depth < 3 && R(3) == 0 ? ">" + Rows(depth + 1, budget) + "</I>" : "/>";
   }
@@ -109,7 +136,8 @@ std::string Layout() {
   inLayout = true;
   std::string s = "<Grid><IO Session=\"s" + std::to_string(R(5)) + "\"/><Cfg" + Attrs(R(8), settings) + "/>";
   s += "<Def><D Name=\"Customer\" CDef=\"Order\"" + Attrs(R(3), settings) +
-       "/><D Name=\"Order\" CDef=\"Part\"/><D Name=\"Part\" Def=\"" + (R(4) ? "Order" : "Part") + "\"/></Def>";
+       "/><D Name=\"Order\" CDef=\"Part\"/><D Name=\"Part\" Def=\"" + (R(4) ? "Order" : "Part") + "\"/>" +
+       (R(2) ? "<D Name=\"R\" CanGroup=\"1\" CanFilter=\"" + std::to_string(R(4)) + "\"/>" : "") + GroupDefs() + "</Def>";
   s += "<LeftCols><C Name=\"Name\" Type=\"Text\"" + Attrs(R(2), settings) + "/></LeftCols><Cols>";
   for (int i = 1; i < 8; i++)
     s += std::string("<C Name=\"") + cols[i] + "\" Type=\"" + Pick(types) + "\"" + Attrs(R(3), settings) + "/>";
@@ -131,7 +159,11 @@ std::string Layout() {
 
 std::string Request() {
   std::string s = "<Grid>";
-  if (R(4)) s += "<Cfg" + Attrs(R(6), settings) + "/>";
+  if (R(4)) {
+    s += "<Cfg" + Attrs(R(6), settings);
+    if (R(2)) s += " Paging=\"3\" Group=\"" + GroupList() + "\"";
+    s += "/>";
+  }
   if (R(3) == 0) s += "<Body><B" + Attrs(R(3), {"Pos", "id", "Rows"}) + "/><I" + Attrs(R(3), {"id", "Pos"}) + "/></Body>";
   if (R(5) == 0) s += "<Filters><I" + Attrs(R(3), cols) + "/></Filters>";
   if (R(5) == 0) s += "<Lang><Format" + Attrs(R(2), {"g", "DateSeparator"}) + "/></Lang>";

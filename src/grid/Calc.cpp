@@ -395,9 +395,12 @@ bool TEvaluator::PushLast() {
 // behind is read as code: the formula's result is what stood before.
 bool TEvaluator::RowCell() {
   if (!Has(8)) return false;
+  // Both operands are read first: an unknown row must not leave its column
+  // index behind to be run as code.
   TNode* node = Row->Tree->Ids.GetNode(ReadInt());
+  int col = ReadInt();
   if (!node) return true;
-  return PushCell(node, ReadInt());
+  return PushCell(node, col);
 }
 
 double TEvaluator::Number(const TValue& v) {

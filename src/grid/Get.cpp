@@ -393,7 +393,8 @@ wchar_t* TGridGet::GetCells(const wchar_t* rowId, const wchar_t* column, int fla
     if (row) cursor = PutText(cursor, start, end, GetCellText(row, column, col, flags));
     return cursor ? Finish(cursor, start, outLength) : (free(start), nullptr);
   }
-  if (mode == 1 && (!row || !row->Parent)) return Finish(cursor, start, outLength);
+  // A group row given up by its parent has no siblings to list.
+  if (mode == 1 && (!row || !row->Parent || row->Parent == DetachedRows)) return Finish(cursor, start, outLength);
 
   // format: separator, then optionally name, separator, value of a row filter.
   wchar_t separator = format && *format ? format[0] : L'|';
