@@ -273,11 +273,12 @@ void THashtable::Remove(int entry) {
   if (entry < 0 || entry >= Count) return;
   Unlink(Buckets, Next, Mask, Keys, (uint32_t)entry, End32);
   // The value goes even for an entry already unlinked; the slot is cleared so
-  // that Clear and the destructor never free it a second time.
-  if (OwnValues) {
-    free(Values[entry]);
-    Values[entry] = nullptr;
-  }
+  // that Clear and the destructor never free it a second time. A node table
+  // forgets its node too: compiled formulas keep entry numbers, and a removed
+  // entry must not lead them to a row that is deleted later.
+  if (!Values) return;
+  if (OwnValues) free(Values[entry]);
+  Values[entry] = nullptr;
 }
 
 void THashtable::Remove(const wchar_t* text) { Remove(Get(text, 0)); }

@@ -281,3 +281,17 @@ TEST_F(SaveTest, RowsStayWithinTheDepthLimit) {
 }
 
 }  // namespace
+
+namespace {
+// A formula keeps the id entry of the row it names: once that row is
+// deleted, the reference reads as a missing row, never the freed one.
+TEST_F(SaveTest, AFormulaNamingADeletedRowFindsNoRow) {
+  Create(L"<Grid><Cols><C Name='A'/><C Name='T' Formula=\"Get(x,'A')+1\"/></Cols><Def><D Name='R' Recalc='257'/>"
+         L"</Def><Body><B><I id='x' A='5'/><I id='y' A='1'/></B></Body></Grid>");
+  grid->CalcChildren(Page(0));
+  EXPECT_EQ(Attr(Row(L"y"), L"T"), L"6");
+  EXPECT_EQ(Save(L"<I id='x' Deleted='1'/><I id='y' A='2'/>"), 0);
+  grid->CalcChildren(Page(0));
+  EXPECT_EQ(Attr(Row(L"y"), L"T"), L"6");  // a failed reference stores nothing
+}
+}  // namespace
