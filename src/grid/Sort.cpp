@@ -6,6 +6,7 @@
 #include <wctype.h>
 
 #include <algorithm>
+#include <deque>
 #include <numeric>
 #include <string>
 #include <string_view>
@@ -169,14 +170,19 @@ int FindValue(TNode* row, const TSortColumns& c, int i, unsigned char*& p) {
 // Room, in characters, for copies of the strings that a text column keeps as
 // its full value but that lie unaligned in their records: a scratch-ring copy
 // would not survive the sort.
+size_t RowTextCells(TNode* row, const TSortColumns& c) {
+  size_t cells = 0;
+  for (int i = 0; i < c.Count; i++) {
+    unsigned char* p = nullptr;
+    if ((c.Types[i] & SortString) && FindValue(row, c, i, p) == TString && !IsAligned(p))
+      cells += (size_t)TData::StringLengthAt(p) + 1;
+  }
+  return cells;
+}
+
 size_t UnalignedTextCells(TNode* parent, const TSortColumns& c) {
   size_t cells = 0;
-  for (TNode* row = parent->FirstChild; row; row = row->Next)
-    for (int i = 0; i < c.Count; i++) {
-      unsigned char* p = nullptr;
-      if ((c.Types[i] & SortString) && FindValue(row, c, i, p) == TString && !IsAligned(p))
-        cells += (size_t)TData::StringLengthAt(p) + 1;
-    }
+  for (TNode* row = parent->FirstChild; row; row = row->Next) cells += RowTextCells(row, c);
   return cells;
 }
 
@@ -280,6 +286,7 @@ void SetTextFlags(TNode* parent, const TSortColumns& c) {
 }
 
 bool SortKeyed(TSortNode** list, int n);
+bool SortStreamed(TNode* parent, int n, const TSortColumns& c);
 
 // Fills the records of parent's n children and points list at them.
 void FillRecords(TNode* parent, int n, const TSortColumns& c, TSortNode** list, TSortNode* records, wchar_t* texts) {
@@ -317,6 +324,7 @@ struct TSortBlock {
 // Sorts and relinks the n children of parent. Kept apart from the recursion so
 // that only one scratch area is on the stack at a time.
 [[gnu::noinline]] void SortChildren(TNode* parent, int n, const TSortColumns& c) {
+  if (n >= KeyedMinRows && SortStreamed(parent, n, c)) return;
   TSortBlock b;
   if (!b.Get(parent, n, c)) return;
   FillRecords(parent, n, c, b.List, b.Records, b.Texts);
@@ -409,6 +417,23 @@ bool NumberKeys(TSortItem* items, int n) {
   return true;
 }
 
+const TSortNode* RecordOf(const TSortNode* r) { return r; }
+const TSortNode* RecordOf(const TSortNode& r) { return &r; }
+
+// Positions of distinct sort texts, one record each, in ascending order.
+// Distinct texts differ in their coarse key or their characters, so this
+// never reaches the whole strings.
+template <class Records>
+std::vector<uint32_t> Ranks(const Records& firsts) {
+  std::vector<uint32_t> order(firsts.size());
+  std::iota(order.begin(), order.end(), 0u);
+  std::sort(order.begin(), order.end(),
+            [&](uint32_t x, uint32_t y) { return CompareColumn(RecordOf(firsts[x]), RecordOf(firsts[y]), 0) < 0; });
+  std::vector<uint32_t> rank(firsts.size());
+  for (size_t k = 0; k < order.size(); k++) rank[order[k]] = (uint32_t)k;
+  return rank;
+}
+
 // The rank of each record's sort text among the distinct texts. Distinct
 // texts differ in their coarse key or their characters, so ranking them never
 // reaches the whole strings. full: some text fills all its characters, so
@@ -429,12 +454,7 @@ bool RankedTextKeys(TSortItem* items, int n, bool& full) {
     }
     items[i].Key = found.first->second;
   }
-  std::vector<uint32_t> order(firsts.size());
-  std::iota(order.begin(), order.end(), 0u);
-  std::sort(order.begin(), order.end(),
-            [&](uint32_t x, uint32_t y) { return CompareColumn(firsts[x], firsts[y], 0) < 0; });
-  std::vector<uint32_t> rank(firsts.size());
-  for (size_t k = 0; k < order.size(); k++) rank[order[k]] = (uint32_t)k;
+  std::vector<uint32_t> rank = Ranks(firsts);
   for (int i = 0; i < n; i++) items[i].Key = rank[items[i].Key];
   return true;
 }
@@ -457,6 +477,22 @@ bool PackedTextKeys(TSortItem* items, int n) {
   return true;
 }
 
+// Distinct texts seen so far, one record kept for each.
+struct TTextClasses {
+  std::unordered_map<std::wstring_view, uint32_t> Index;
+  std::deque<TSortNode> Firsts;
+};
+
+// A streamed row: its key alone orders it.
+struct TRowItem {
+  uint64_t Key;
+  TNode* Row;
+};
+
+struct TRowCompare {
+  int operator()(const TRowItem& a, const TRowItem& b) const { return a.Key < b.Key ? -1 : a.Key > b.Key; }
+};
+
 // Equal keys decide nothing unless exact, where they mean equal records.
 struct TKeyedCompare {
   bool Exact;
@@ -468,20 +504,84 @@ struct TKeyedCompare {
 
 // Top-down merge sort: the first half is n / 2, and a tie takes from the
 // first half, as the C library's qsort merges.
-void MergeSort(TSortItem* items, size_t n, TSortItem* temp, const TKeyedCompare& compare) {
+template <class Item, class Comparison>
+void MergeSort(Item* items, size_t n, Item* temp, const Comparison& compare) {
   if (n <= 1) return;
   size_t n1 = n / 2, n2 = n - n1;
-  TSortItem* b1 = items;
-  TSortItem* b2 = items + n1;
+  Item* b1 = items;
+  Item* b2 = items + n1;
   MergeSort(b1, n1, temp, compare);
   MergeSort(b2, n2, temp, compare);
-  TSortItem* out = temp;
+  Item* out = temp;
   while (n1 > 0 && n2 > 0) {
     if (compare(*b1, *b2) <= 0) *out++ = *b1++, n1--;
     else *out++ = *b2++, n2--;
   }
-  if (n1 > 0) memcpy(out, b1, n1 * sizeof *out);
-  memcpy(items, temp, (n - n2) * sizeof *out);
+  if (n1 > 0) memcpy((void*)out, b1, n1 * sizeof *out);
+  memcpy((void*)items, temp, (n - n2) * sizeof *out);
+}
+
+// The key of one streamed record; false where keys cannot settle the order.
+bool StreamedKey(const TSortNode& r, TTextClasses& classes, size_t limit, uint64_t& key) {
+  if (!(r.Flags[0] & SortString)) {
+    double value = r.Value[0].Number;
+    key = NumberImage(value);
+    return value == value;
+  }
+  const wchar_t* text = r.Value[0].Text;
+  if (text[SortTextMax - 1]) return false;
+  auto found = classes.Index.find(std::wstring_view(text));
+  if (found != classes.Index.end()) {
+    key = found->second;
+    return true;
+  }
+  if (classes.Firsts.size() >= limit) return false;
+  key = classes.Firsts.size();
+  classes.Firsts.push_back(r);
+  classes.Index.emplace(std::wstring_view(classes.Firsts.back().Value[0].Text), (uint32_t)key);
+  return true;
+}
+
+void RelinkRows(TNode* parent, const TRowItem* items, int n) {
+  for (int i = 0; i < n; i++) {
+    TNode* row = items[i].Row;
+    row->Prev = i ? items[i - 1].Row : nullptr;
+    row->Next = i + 1 < n ? items[i + 1].Row : nullptr;
+  }
+  parent->FirstChild = items[0].Row;
+  parent->LastChild = items[n - 1].Row;
+}
+
+// One sort column whose keys settle every comparison: each row's record is
+// filled in one place, turned into its key and dropped, so no block of
+// records is made. False, with nothing moved, where that does not hold.
+bool SortStreamed(TNode* parent, int n, const TSortColumns& c) {
+  if (c.Count != 1) return false;
+  std::vector<TRowItem> items((size_t)n * 2);
+  TTextClasses classes;
+  std::vector<wchar_t> texts;
+  size_t limit = (size_t)n / 8;
+  TSortNode record;
+  int i = 0;
+  for (TNode* row = parent->FirstChild; row && i < n; row = row->Next, i++) {
+    wchar_t* cells = nullptr;
+    if (c.Types[0] & SortString) {
+      texts.resize(std::max(texts.size(), RowTextCells(row, c)));
+      cells = texts.data();
+    }
+    FillRecord(record, row, c, cells);
+    if (!StreamedKey(record, classes, limit, items[i].Key)) return false;
+    items[i].Row = row;
+  }
+  if (c.Types[0] & SortString) {
+    std::vector<uint32_t> rank = Ranks(classes.Firsts);
+    for (int k = 0; k < i; k++) items[k].Key = rank[items[k].Key];
+  }
+  if (c.Types[0] & SortDesc)
+    for (int k = 0; k < i; k++) items[k].Key = ~items[k].Key;
+  MergeSort(items.data(), (size_t)i, items.data() + i, TRowCompare());
+  RelinkRows(parent, items.data(), i);
+  return true;
 }
 
 // Keys for the first column; false where none can stand for it.
