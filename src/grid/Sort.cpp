@@ -5,7 +5,12 @@
 #include <string.h>
 #include <wctype.h>
 
+#include <algorithm>
+#include <deque>
+#include <numeric>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace {
@@ -21,6 +26,8 @@ const int KeyUnits = 4;
 // Expansion buffer that covers the usual sort texts without a heap block.
 const int WorkChars = 1024;
 const int TableSize = 65536;
+// Sibling groups from this size up are sorted through 64-bit keys.
+const int KeyedMinRows = 64;
 
 // What one call of TNodeSort::Sort sorts by, passed down the recursion as one pointer.
 struct TSortColumns {
@@ -163,14 +170,19 @@ int FindValue(TNode* row, const TSortColumns& c, int i, unsigned char*& p) {
 // Room, in characters, for copies of the strings that a text column keeps as
 // its full value but that lie unaligned in their records: a scratch-ring copy
 // would not survive the sort.
+size_t RowTextCells(TNode* row, const TSortColumns& c) {
+  size_t cells = 0;
+  for (int i = 0; i < c.Count; i++) {
+    unsigned char* p = nullptr;
+    if ((c.Types[i] & SortString) && FindValue(row, c, i, p) == TString && !IsAligned(p))
+      cells += (size_t)TData::StringLengthAt(p) + 1;
+  }
+  return cells;
+}
+
 size_t UnalignedTextCells(TNode* parent, const TSortColumns& c) {
   size_t cells = 0;
-  for (TNode* row = parent->FirstChild; row; row = row->Next)
-    for (int i = 0; i < c.Count; i++) {
-      unsigned char* p = nullptr;
-      if ((c.Types[i] & SortString) && FindValue(row, c, i, p) == TString && !IsAligned(p))
-        cells += (size_t)TData::StringLengthAt(p) + 1;
-    }
+  for (TNode* row = parent->FirstChild; row; row = row->Next) cells += RowTextCells(row, c);
   return cells;
 }
 
@@ -273,36 +285,74 @@ void SetTextFlags(TNode* parent, const TSortColumns& c) {
   }
 }
 
-// Sorts and relinks the n children of parent. Kept apart from the recursion so
-// that only one scratch area is on the stack at a time.
-[[gnu::noinline]] void SortChildren(TNode* parent, int n, const TSortColumns& c) {
-  size_t cells = UnalignedTextCells(parent, c);
-  size_t bytes = (size_t)n * (sizeof(TSortNode*) + sizeof(TSortNode)) + cells * sizeof(wchar_t);
-  alignas(TSortNode) unsigned char scratch[ScratchBytes];
-  void* block = bytes <= ScratchBytes ? scratch : malloc(bytes);
-  if (!block) return;
-  TSortNode** list = (TSortNode**)block;
-  TSortNode* records = (TSortNode*)(list + n);
-  wchar_t* texts = (wchar_t*)(records + n);
+bool SortKeyed(TSortNode** list, int n);
+bool SortStreamed(TNode* parent, int n, const TSortColumns& c);
+
+// Fills the records of parent's n children and points list at them.
+void FillRecords(TNode* parent, int n, const TSortColumns& c, TSortNode** list, TSortNode* records, wchar_t* texts) {
   int i = 0;
   for (TNode* row = parent->FirstChild; row && i < n; row = row->Next, i++) {
     list[i] = records + i;
     FillRecord(records[i], row, c, texts);
   }
-  qsort(list, (size_t)n, sizeof(TSortNode*), Compare);
-  Relink(parent, list, n);
-  if (block != scratch) free(block);
 }
 
-void SortLevel(TNode* parent, const TSortColumns& c, bool recursive) {
+// One block for the pointers, the records and the unaligned texts; the stack
+// scratch where it fits. Null when malloc fails.
+struct TSortBlock {
+  alignas(TSortNode) unsigned char Scratch[ScratchBytes];
+  void* Block = nullptr;
+  TSortNode** List = nullptr;
+  TSortNode* Records = nullptr;
+  wchar_t* Texts = nullptr;
+
+  bool Get(TNode* parent, int n, const TSortColumns& c) {
+    size_t cells = UnalignedTextCells(parent, c);
+    size_t bytes = (size_t)n * (sizeof(TSortNode*) + sizeof(TSortNode)) + cells * sizeof(wchar_t);
+    Block = bytes <= ScratchBytes ? Scratch : malloc(bytes);
+    if (!Block) return false;
+    List = (TSortNode**)Block;
+    Records = (TSortNode*)(List + n);
+    Texts = (wchar_t*)(Records + n);
+    return true;
+  }
+  ~TSortBlock() {
+    if (Block != Scratch) free(Block);
+  }
+};
+
+// Sorts and relinks the n children of parent. Kept apart from the recursion so
+// that only one scratch area is on the stack at a time.
+[[gnu::noinline]] void SortChildren(TNode* parent, int n, const TSortColumns& c) {
+  if (n >= KeyedMinRows && SortStreamed(parent, n, c)) return;
+  TSortBlock b;
+  if (!b.Get(parent, n, c)) return;
+  FillRecords(parent, n, c, b.List, b.Records, b.Texts);
+  // Large sibling groups go through keyed merging, small ones stay on qsort;
+  // both give the same order.
+  if (n < KeyedMinRows || !SortKeyed(b.List, n)) qsort(b.List, (size_t)n, sizeof(TSortNode*), Compare);
+  Relink(parent, b.List, n);
+}
+
+// The same, always through qsort: the order the keyed path must give.
+[[gnu::noinline]] void SortChildrenPlain(TNode* parent, int n, const TSortColumns& c) {
+  TSortBlock b;
+  if (!b.Get(parent, n, c)) return;
+  FillRecords(parent, n, c, b.List, b.Records, b.Texts);
+  qsort(b.List, (size_t)n, sizeof(TSortNode*), Compare);
+  Relink(parent, b.List, n);
+}
+
+void SortLevel(TNode* parent, const TSortColumns& c, bool recursive, bool plain) {
   int n = 0;
   for (TNode* child = parent->FirstChild; child; child = child->Next, n++)
-    if (recursive && child->FirstChild) SortLevel(child, c, true);
+    if (recursive && child->FirstChild) SortLevel(child, c, true, plain);
   if (n < 2) return;
   int canSort = c.Indexes->CanSort;
   if (parent->Has(canSort) && !parent->GetInt(canSort)) return;
   SetTextFlags(parent, c);
-  SortChildren(parent, n, c);
+  if (plain) SortChildrenPlain(parent, n, c);
+  else SortChildren(parent, n, c);
 }
 
 bool IsNumberType(const wchar_t* type) {
@@ -332,6 +382,235 @@ int CompareColumn(const TSortNode* a, const TSortNode* b, int i) {
   if (int r = wcscmp(a->Value[i].Text, b->Value[i].Text)) return Sign(r);
   if (!a->Value[i].Text[SortTextMax - 1]) return 0;
   return CompareFull(a, b, i);
+}
+
+
+// --- Keyed merging ---
+//
+// Each record gets a 64-bit key whose order is the first column's order, so
+// that most comparisons never reach the records. The merge sort below splits
+// and merges exactly as the C library's qsort does, and a comparison of two
+// different keys has the sign Compare would give; so the order, ties
+// included, is the one qsort over Compare gives, whatever the data.
+
+struct TSortItem {
+  uint64_t Key;
+  TSortNode* Record;
+};
+
+// Order-preserving image of a double; -0 and 0 meet, as they compare equal.
+uint64_t NumberImage(double value) {
+  if (value == 0) value = 0;
+  uint64_t bits;
+  memcpy(&bits, &value, sizeof bits);
+  return bits >> 63 ? ~bits : bits | (1ull << 63);
+}
+
+// Equal keys mean equal values. A NaN equals every value, which no key can
+// say: such columns are left to Compare.
+bool NumberKeys(TSortItem* items, int n) {
+  for (int i = 0; i < n; i++) {
+    double value = items[i].Record->Value[0].Number;
+    if (value != value) return false;
+    items[i].Key = NumberImage(value);
+  }
+  return true;
+}
+
+const TSortNode* RecordOf(const TSortNode* r) { return r; }
+const TSortNode* RecordOf(const TSortNode& r) { return &r; }
+
+// Positions of distinct sort texts, one record each, in ascending order.
+// Distinct texts differ in their coarse key or their characters, so this
+// never reaches the whole strings.
+template <class Records>
+std::vector<uint32_t> Ranks(const Records& firsts) {
+  std::vector<uint32_t> order(firsts.size());
+  std::iota(order.begin(), order.end(), 0u);
+  std::sort(order.begin(), order.end(),
+            [&](uint32_t x, uint32_t y) { return CompareColumn(RecordOf(firsts[x]), RecordOf(firsts[y]), 0) < 0; });
+  std::vector<uint32_t> rank(firsts.size());
+  for (size_t k = 0; k < order.size(); k++) rank[order[k]] = (uint32_t)k;
+  return rank;
+}
+
+// The rank of each record's sort text among the distinct texts. Distinct
+// texts differ in their coarse key or their characters, so ranking them never
+// reaches the whole strings. full: some text fills all its characters, so
+// equal ranks may still differ by the whole strings. False when the texts are
+// mostly distinct, where ranking would cost a sort of its own.
+bool RankedTextKeys(TSortItem* items, int n, bool& full) {
+  std::unordered_map<std::wstring_view, uint32_t> classes;
+  std::vector<const TSortNode*> firsts;
+  size_t limit = (size_t)n / 4;
+  full = false;
+  for (int i = 0; i < n; i++) {
+    const wchar_t* text = items[i].Record->Value[0].Text;
+    if (text[SortTextMax - 1]) full = true;
+    auto found = classes.emplace(std::wstring_view(text), (uint32_t)firsts.size());
+    if (found.second) {
+      if (firsts.size() == limit) return false;
+      firsts.push_back(items[i].Record);
+    }
+    items[i].Key = found.first->second;
+  }
+  std::vector<uint32_t> rank = Ranks(firsts);
+  for (int i = 0; i < n; i++) items[i].Key = rank[items[i].Key];
+  return true;
+}
+
+// The first four characters, 16 bits each: their order is the coarse key's
+// and then the characters'. False where a character needs more bits.
+bool PackedTextKeys(TSortItem* items, int n) {
+  for (int i = 0; i < n; i++) {
+    const wchar_t* text = items[i].Record->Value[0].Text;
+    uint64_t key = 0;
+    bool ended = false;
+    for (int k = 0; k < 4; k++) {
+      uint32_t c = ended ? 0 : (uint32_t)text[k];
+      if (c > 0xFFFF) return false;
+      ended = ended || !c;
+      key = key << 16 | c;
+    }
+    items[i].Key = key;
+  }
+  return true;
+}
+
+// Distinct texts seen so far, one record kept for each.
+struct TTextClasses {
+  std::unordered_map<std::wstring_view, uint32_t> Index;
+  std::deque<TSortNode> Firsts;
+};
+
+// A streamed row: its key alone orders it.
+struct TRowItem {
+  uint64_t Key;
+  TNode* Row;
+};
+
+struct TRowCompare {
+  int operator()(const TRowItem& a, const TRowItem& b) const { return a.Key < b.Key ? -1 : a.Key > b.Key; }
+};
+
+// Equal keys decide nothing unless exact, where they mean equal records.
+struct TKeyedCompare {
+  bool Exact;
+  int operator()(const TSortItem& a, const TSortItem& b) const {
+    if (a.Key != b.Key) return a.Key < b.Key ? -1 : 1;
+    return Exact ? 0 : Compare(&a.Record, &b.Record);
+  }
+};
+
+// Top-down merge sort: the first half is n / 2, and a tie takes from the
+// first half, as the C library's qsort merges.
+template <class Item, class Comparison>
+void MergeSort(Item* items, size_t n, Item* temp, const Comparison& compare) {
+  if (n <= 1) return;
+  size_t n1 = n / 2, n2 = n - n1;
+  Item* b1 = items;
+  Item* b2 = items + n1;
+  MergeSort(b1, n1, temp, compare);
+  MergeSort(b2, n2, temp, compare);
+  Item* out = temp;
+  while (n1 > 0 && n2 > 0) {
+    if (compare(*b1, *b2) <= 0) *out++ = *b1++, n1--;
+    else *out++ = *b2++, n2--;
+  }
+  if (n1 > 0) memcpy((void*)out, b1, n1 * sizeof *out);
+  memcpy((void*)items, temp, (n - n2) * sizeof *out);
+}
+
+// The key of one streamed record; false where keys cannot settle the order.
+bool StreamedKey(const TSortNode& r, TTextClasses& classes, size_t limit, uint64_t& key) {
+  if (!(r.Flags[0] & SortString)) {
+    double value = r.Value[0].Number;
+    key = NumberImage(value);
+    return value == value;
+  }
+  const wchar_t* text = r.Value[0].Text;
+  if (text[SortTextMax - 1]) return false;
+  auto found = classes.Index.find(std::wstring_view(text));
+  if (found != classes.Index.end()) {
+    key = found->second;
+    return true;
+  }
+  if (classes.Firsts.size() >= limit) return false;
+  key = classes.Firsts.size();
+  classes.Firsts.push_back(r);
+  classes.Index.emplace(std::wstring_view(classes.Firsts.back().Value[0].Text), (uint32_t)key);
+  return true;
+}
+
+void RelinkRows(TNode* parent, const TRowItem* items, int n) {
+  for (int i = 0; i < n; i++) {
+    TNode* row = items[i].Row;
+    row->Prev = i ? items[i - 1].Row : nullptr;
+    row->Next = i + 1 < n ? items[i + 1].Row : nullptr;
+  }
+  parent->FirstChild = items[0].Row;
+  parent->LastChild = items[n - 1].Row;
+}
+
+// One sort column whose keys settle every comparison: each row's record is
+// filled in one place, turned into its key and dropped, so no block of
+// records is made. False, with nothing moved, where that does not hold.
+bool SortStreamed(TNode* parent, int n, const TSortColumns& c) {
+  if (c.Count != 1) return false;
+  std::vector<TRowItem> items((size_t)n * 2);
+  TTextClasses classes;
+  std::vector<wchar_t> texts;
+  size_t limit = (size_t)n / 8;
+  TSortNode record;
+  int i = 0;
+  for (TNode* row = parent->FirstChild; row && i < n; row = row->Next, i++) {
+    wchar_t* cells = nullptr;
+    if (c.Types[0] & SortString) {
+      texts.resize(std::max(texts.size(), RowTextCells(row, c)));
+      cells = texts.data();
+    }
+    FillRecord(record, row, c, cells);
+    if (!StreamedKey(record, classes, limit, items[i].Key)) return false;
+    items[i].Row = row;
+  }
+  if (c.Types[0] & SortString) {
+    std::vector<uint32_t> rank = Ranks(classes.Firsts);
+    for (int k = 0; k < i; k++) items[k].Key = rank[items[k].Key];
+  }
+  if (c.Types[0] & SortDesc)
+    for (int k = 0; k < i; k++) items[k].Key = ~items[k].Key;
+  MergeSort(items.data(), (size_t)i, items.data() + i, TRowCompare());
+  RelinkRows(parent, items.data(), i);
+  return true;
+}
+
+// Keys for the first column; false where none can stand for it.
+bool FillKeys(TSortItem* items, int n, bool& exact) {
+  const TSortNode* first = items[0].Record;
+  bool single = first->Count == 1;
+  if (!(first->Flags[0] & SortString)) {
+    exact = single;
+    return NumberKeys(items, n);
+  }
+  bool full = false;
+  if (RankedTextKeys(items, n, full)) {
+    exact = single && !full;
+    return true;
+  }
+  exact = false;
+  return PackedTextKeys(items, n);
+}
+
+bool SortKeyed(TSortNode** list, int n) {
+  std::vector<TSortItem> items((size_t)n * 2);
+  for (int i = 0; i < n; i++) items[i].Record = list[i];
+  bool exact = false;
+  if (!FillKeys(items.data(), n, exact)) return false;
+  if (list[0]->Flags[0] & SortDesc)
+    for (int i = 0; i < n; i++) items[i].Key = ~items[i].Key;
+  MergeSort(items.data(), (size_t)n, items.data() + n, TKeyedCompare{exact});
+  for (int i = 0; i < n; i++) list[i] = items[i].Record;
+  return true;
 }
 
 }  // namespace
@@ -373,7 +652,16 @@ void TNodeSort::Sort(int* cols, int* types, int** white, unsigned short** codes,
   if (count <= 0) return;
   TSortColumns c = {cols, types, white, codes, count, (const unsigned long long*)locale,
                     indexes ? indexes : &NoIndexes};
-  SortLevel(this, c, recursive);
+  SortLevel(this, c, recursive, false);
+}
+
+void TNodeSort::SortPlain(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
+                          TSortIndexes* indexes, bool recursive) {
+  if (count > TSortNode::MaxCols) count = TSortNode::MaxCols;
+  if (count <= 0) return;
+  TSortColumns c = {cols, types, white, codes, count, (const unsigned long long*)locale,
+                    indexes ? indexes : &NoIndexes};
+  SortLevel(this, c, recursive, true);
 }
 
 // --- Grid level ---
@@ -444,7 +732,11 @@ void TGridSort::FillIndexes(TSortIndexes& indexes) {
   }
 }
 
-void TGridSort::Sort() {
+void TGridSort::Sort() { SortBody(false); }
+
+void TGridSort::SortPlain() { SortBody(true); }
+
+void TGridSort::SortBody(bool plain) {
   int types[MaxSortCols] = {};
   int* white[MaxSortCols] = {};
   unsigned short* codes[MaxSortCols] = {};
@@ -452,8 +744,10 @@ void TGridSort::Sort() {
   if (!SortCount || !Body || !Body->FirstChild) return;
   TSortIndexes indexes;
   FillIndexes(indexes);
-  static_cast<TNodeSort*>(Body->FirstChild)
-      ->Sort(SortCols, types, white, codes, SortCount, const_cast<unsigned long long*>(LocaleTable), &indexes, true);
+  TNodeSort* page = static_cast<TNodeSort*>(Body->FirstChild);
+  void* locale = const_cast<unsigned long long*>(LocaleTable);
+  if (plain) page->SortPlain(SortCols, types, white, codes, SortCount, locale, &indexes, true);
+  else page->Sort(SortCols, types, white, codes, SortCount, locale, &indexes, true);
 }
 
 void TGridSort::ClearSort() {

@@ -25,6 +25,10 @@ public:
   // types are the per-column sort flags and are rewritten for each parent.
   void Sort(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
             TSortIndexes* indexes, bool recursive);
+  // The same through qsort over every record alone: the order Sort must
+  // match, kept to check it against.
+  void SortPlain(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
+                 TSortIndexes* indexes, bool recursive);
 };
 
 // Indexes of the row attributes a sort reads, looked up once per sort and
@@ -71,6 +75,8 @@ public:
   ~TGridSort();
   bool UpdateSort() override;
   void Sort();
+  // Sort through plain qsort, the order Sort must match; kept to check it.
+  void SortPlain();
   void ClearSort();
   int* GetWhiteChars(const wchar_t* chars);
   unsigned short* GetCharCodes(const wchar_t* codes);
@@ -86,4 +92,5 @@ private:
   // char-code table (null where it has none).
   int ColumnFlags(int i, int*& white, unsigned short*& codes);
   void FillIndexes(TSortIndexes& indexes);
+  void SortBody(bool plain);
 };
