@@ -207,9 +207,14 @@ int TGridExport::ReadOptions(TNode* requestCfg) {
   std::wstring lower = text;
   _wcslwr(&lower[0]);
   if (!own && lower != text) Cfg->SetString(L"ExportType", lower.c_str());
+  return OptionsOfWords(lower.c_str());
+}
+
+// "indent" asks for indentation, which the bit, as an integer, turns off.
+int TGridExport::OptionsOfWords(const wchar_t* lower) {
   int options = 0;
   for (int bit = 0; bit < 7; bit++)
-    if (lower.find(OptionWords[bit]) != std::wstring::npos) options |= 1 << bit;
+    if (wcsstr(lower, OptionWords[bit])) options |= 1 << bit;
   return options ^ ENoIndent;
 }
 

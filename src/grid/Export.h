@@ -61,6 +61,9 @@ public:
   wchar_t* FillRow(wchar_t*& buffer, wchar_t*& end, wchar_t* out, TNode* row, TExportCol* cols, int count,
                    int options, const wchar_t* style, int level, bool filter);
 
+  // Option bits of lower-case words, each found as a substring.
+  static int OptionsOfWords(const wchar_t* lower);
+
   // Refreshed at the start of each export.
   int VisibleIndex;
   int CanExportIndex;
