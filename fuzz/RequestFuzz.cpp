@@ -25,7 +25,8 @@ const char* Pick(const std::vector<const char*>& v) { return v[R((int)v.size())]
 const std::vector<const char*> cols = {"Name",   "Quantity", "Price", "Ordered", "Status", "Express",
                                        "Note",   "X",        "",      "id",      "Def",    "Pos"};
 const std::vector<const char*> types = {"Text", "Int",  "Float", "Date", "Enum",    "Bool",
-                                        "Lines", "Radio", "Html", "",     "Integer", "Dates"};
+                                        "Lines", "Radio", "Html", "",     "Integer", "Dates",
+                                        "Link", "Img"};
 const std::vector<const char*> settings = {
     "Sort",         "Sorting",      "PageLength",   "Paging",      "Focused",        "FocusedPos",
     "FocusedCol",   "NoPager",      "SortCols",     "SortTypes",   "Group",          "GroupCols",
@@ -36,10 +37,15 @@ const std::vector<const char*> settings = {
     "SortValue",    "SortDescValue", "Hirji",       "Expanded",    "Count",          "GroupTree",
     "GroupMain",    "MaxGroupLength", "GroupEmpty", "GroupSole",   "GroupSingle",    "GroupDef",
     "GroupCol",     "EditCols",     "CanGroup",     "ParentCDef",  "ParentAcceptDef", "MaxChars",
-    "Kind",         "CDef",         "AcceptDef",    "CanFilter"};
+    "Kind",         "CDef",         "AcceptDef",    "CanFilter",   "ExportType",     "ExportPrefix",
+    "ExportPostfix", "BaseUrl",     "Spanned",      "Span",        "ExportFormat",   "ExportValue",
+    "EmptyValue",   "CanEmpty",     "CanExport",    "Visible",     "Width",          "Filter"};
+// Attributes of Header that the export reads: rows, captions and their spans.
+const std::vector<const char*> headerNames = {"Rows",   "Main",     "CanExport", "Left00",  "Left00Span", "Mid00",
+                                              "Mid01Span", "Mid10", "Right00Span", "Mid00Span", "Name", "Price"};
 
 std::string Value() {
-  switch (R(14)) {
+  switch (R(16)) {
     case 0: return std::to_string(R(10));
     case 1: return std::to_string((int)rng());
     case 2: return "-" + std::to_string(R(100));
@@ -61,6 +67,9 @@ std::string Value() {
     }
     case 11: return (R(4) ? "r" : "_G") + std::to_string(R(60));
     case 12: return "&lt;&#65;&amp;&#x;&";
+    case 13: return Pick({"|http://x/?a&b|t\"|<p>|</p>|1|y|javascript:z", "||||||javascript:go()", "|u",
+                          "|a|b|c|d|e|pic.png", ";x;y"});
+    case 14: return Pick({"filtered", "Outline,Indent", "expanded strings hidden dates", "16", "127", "-1"});
     default: return "";
   }
 }
@@ -112,6 +121,8 @@ std::string Rows(int depth, int& budget) {
     if (R(5) == 0) s += std::string(" Def=\"") + Pick({"Customer", "Order", "Part", "R", "Nope"}) + "\"";
     if (R(7) == 0) s += " _0F=\"8\"";
     if (R(6) == 0) s += " Expanded=\"0\"";
+    if (R(5) == 0) s += " Spanned=\"1\"";
+    if (R(9) == 0) s += std::string(R(2) ? " CanExport" : " Visible") + "=\"" + std::to_string(R(2)) + "\"";
     if (R(4) == 0) s += std::string(" CanGroup=\"") + (R(3) ? "1" : "0") + "\"";
     s += Attrs(R(6), cols);
     s += depth < 3 && R(3) == 0 ? ">" + Rows(depth + 1, budget) + "</I>" : "/>";
@@ -146,7 +157,9 @@ std::string Layout() {
     s += "<Lang><Format" +
          Attrs(R(4), {"DateSeparator", "TimeSeparator", "AMDesignator", "PMDesignator", "LongDayNames",
                       "ShortMonthNames", "g", "d", "D"}) + "/></Lang>";
-  if (R(3) == 0) s += "<Toolbar Cells=\"" + Escape(Value()) + "\" Formula=\"1\"/><Header" + Attrs(R(3), cols) + "/>";
+  if (R(3) == 0)
+    s += "<Toolbar Cells=\"" + Escape(Value()) + "\" Formula=\"1\"/><Header" + Attrs(R(3), cols) +
+         Attrs(R(4), headerNames) + "/>";
   if (R(4) == 0) s += "<Solid><I Kind=\"Filter\"" + Attrs(R(3), cols) + "/></Solid>";
   if (R(4) == 0) s += "<Head><I" + Attrs(R(3), cols) + "/></Head><Foot><I" + Attrs(R(3), cols) + "/></Foot>";
   int budget = 1 + R(60);
@@ -170,6 +183,26 @@ std::string Request() {
   if (R(6) == 0) s += "<IO" + Attrs(R(2), {"Session"}) + "/>";
   s += "</Grid>";
   return R(5) == 0 ? Mutate(s) : s;
+}
+
+// An export request: columns of the three sections in random order, with
+// and without their own settings, now and then more than the export takes
+// or names longer than it keeps.
+std::string ExportRequest() {
+  std::string s = "<Grid>";
+  if (R(3)) s += "<Cfg ExportType=\"" + Escape(R(3) ? std::string(Pick({"filtered,outline", "expanded indent", "Strings"
+                                                                      "Dates", "x", ""})) : Value()) + "\"/>";
+  for (const char* section : {"LeftCols", "Cols", "RightCols"}) {
+    if (R(4) == 0) continue;
+    s += std::string("<") + section + ">";
+    for (int i = R(R(10) ? 8 : 700); i > 0; i--) {
+      std::string name = R(20) ? Pick(cols) : std::string(100 + R(100), 'N');
+      s += "<C Name=\"" + name + "\"" + Attrs(R(3), {"Visible", "Width", "CanExport", "CanHide"}) + "/>";
+    }
+    s += std::string("</") + section + ">";
+  }
+  s += "</Grid>";
+  return R(6) == 0 ? Mutate(s) : s;
 }
 
 // A change document: rows by id, some new, deleted or moved, naming rows,
@@ -228,7 +261,7 @@ void CallWide(int g) {
   wchar_t* t = nullptr;
   switch (R(5)) {
     case 0: case 1: t = GetBody(g, q.c_str()); break;
-    case 2: t = GetPage(g, q.c_str()); break;
+    case 2: t = R(2) ? GetPage(g, q.c_str()) : GetExport(g, Widen(ExportRequest()).c_str()); break;
     case 3: {
       const std::wstring id = Widen("r" + std::to_string(R(60))), col = Widen(Pick(cols)), format = Widen(Value());
       t = GetCells(g, id.c_str(), col.c_str(), R(512), format.c_str());
@@ -260,7 +293,7 @@ void Call(int g) {
       break;
     }
     case 6: UpdateGridA(g, q.c_str()); break;
-    case 7: t = R(2) ? GetDataA(g) : GetLastIdA(g); break;
+    case 7: t = R(3) == 0 ? GetDataA(g) : R(2) ? GetExportA(g, ExportRequest().c_str()) : GetLastIdA(g); break;
     case 8: case 9: SaveExA(g, ChangeDoc().c_str(), R(4)); break;
     case 10: t = R(3) ? GetChangesA(g, R(2)) : (SaveFile(g), nullptr); break;
     default: SetGridLocaleA(g, Pick({"", "C", "C.UTF-8", "en_US.UTF-8", "xx", "\xff"}));
