@@ -1,10 +1,12 @@
 #include "tree/Xml.h"
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 #include <langinfo.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include "tree/System.h"
 #include "tree/Tree.h"
@@ -803,9 +805,40 @@ const char* TTree::SetXml(const char* text, bool discard) {
   return SetXml((const wchar_t*)buffer) ? text : nullptr;
 }
 
+namespace {
+// A regular file mapped for reading, with a page of zeros mapped behind it:
+// the text ends in NULs even where the file has grown since it was measured.
+// Its pages come from the file cache as they are read, without being zeroed
+// or copied first. Null when it cannot be mapped. A file cut shorter by
+// another process during the read would fault, as with any mapping.
+char* MapFile(int fd, size_t size, size_t& mapped) {
+  long page = sysconf(_SC_PAGESIZE);
+  if (page <= 0 || size > SIZE_MAX / 2) return nullptr;
+  mapped = ((size + page - 1) & ~((size_t)page - 1)) + page;
+  void* room = mmap(nullptr, mapped, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (room == MAP_FAILED) return nullptr;
+  if (mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
+    munmap(room, mapped);
+    return nullptr;
+  }
+  return (char*)room;
+}
+}  // namespace
+
 int TTree::LoadXml(const wchar_t* path) {
   FILE* file = _wfopen(path, L"rb");
   if (!file) return -1;
+  struct stat status;
+  if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
+    size_t mapped = 0;
+    char* text = MapFile(fileno(file), (size_t)status.st_size, mapped);
+    if (text) {
+      fclose(file);
+      int result = ReadLoaded(text);
+      munmap(text, mapped);
+      return result;
+    }
+  }
   long size = -1;
   if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
   // A directory opens, and measures as the largest size there is.
@@ -819,20 +852,19 @@ int TTree::LoadXml(const wchar_t* path) {
   size_t read = fread(buffer, 1, size, file);
   fclose(file);
   memset(buffer + read, 0, 8);
-  // The buffer is the reader's alone: pages it has read go back at once.
-  const char* position = SetXml(buffer, true);
-  int result = 0;
-  if (!position) {
-    result = -3;
-  } else if (position != buffer) {
-    for (const unsigned char* p = (const unsigned char*)position; *p; p++)
-      if (*p > 32 && *p < 128) {
-        result = 1;
-        break;
-      }
-  }
+  int result = ReadLoaded(buffer);
   free(buffer);
   return result;
+}
+
+int TTree::ReadLoaded(const char* text) {
+  // The text is the reader's alone: pages it has read go back at once.
+  const char* position = SetXml(text, true);
+  if (!position) return -3;
+  if (position != text)
+    for (const unsigned char* p = (const unsigned char*)position; *p; p++)
+      if (*p > 32 && *p < 128) return 1;
+  return 0;
 }
 
 // ======================= writing =======================

@@ -218,6 +218,29 @@ TEST_F(XmlTest, LoadXmlResultCodes) {
   EXPECT_EQ(tree.LoadXml(L"/nonexistent-folder/missing.xml"), -1);
 }
 
+// Files are read from a mapping: texts that fill their last page exactly, or
+// stop one byte short of it, still end where the file does.
+TEST_F(XmlTest, LoadXmlEndsWithTheFile) {
+  const long page = sysconf(_SC_PAGESIZE);
+  const std::wstring path = Path("page.xml");
+  for (long size : {page - 1, page, 2 * page, 2 * page + 1}) {
+    std::string text = "<a x=\"1\">" + std::string(size - 13, 'y') + "</a>";
+    ASSERT_EQ((long)text.size(), size);
+    std::ofstream(std::string(path.begin(), path.end()), std::ios::binary) << text;
+    TTree t;
+    ASSERT_EQ(t.LoadXml(path.c_str()), 0) << size;
+    EXPECT_EQ(Xml(t.Root), std::wstring(text.begin(), text.end())) << size;
+  }
+  // Wide text behind its mark, its last character cut to two bytes.
+  std::string wide("\xFF\xFE\0\0", 4);
+  for (const wchar_t* c = L"<w z=\"7\"/>"; *c; c++) wide.append((const char*)c, sizeof(wchar_t));
+  wide += std::string("\x41\0", 2);
+  std::ofstream(std::string(path.begin(), path.end()), std::ios::binary) << wide;
+  TTree t;
+  EXPECT_EQ(t.LoadXml(path.c_str()), 1);
+  EXPECT_EQ(Xml(t.Root), L"<w z=\"7\"/>");
+}
+
 TEST_F(XmlTest, WriterBasicForms) {
   ASSERT_TRUE(Load(L"<a>text<b/></a>"));
   int length = -1;
