@@ -65,9 +65,8 @@ public:
     n = q - S;
     return *q == stop;
   }
-  // Widens a plain run of n bytes (PlainRun) into out and moves behind it.
-  void TakePlain(size_t n, wchar_t* out) {
-    for (size_t i = 0; i < n; i++) out[i] = S[i];
+  // Moves behind a plain run of n bytes (PlainRun).
+  void SkipPlain(size_t n) {
     S += n;
     Decode();
   }
@@ -200,9 +199,7 @@ constexpr const bool* PlainInSingle = PlainBytes.InSingle;
 // stack, and an arena for decoded values released element by element. Both
 // are reused across elements, so reading allocates nothing per attribute.
 struct TNodeXml::TScan {
-  std::vector<int> Slots;
-  std::vector<const wchar_t*> Texts;
-  std::vector<int> Lengths;
+  std::vector<TEntry> Entries;
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
@@ -220,16 +217,8 @@ struct TNodeXml::TScan {
   ~TScan() {
     for (wchar_t* b : Blocks) free(b);
   }
-  void Add(int slot, const wchar_t* text, int length) {
-    Slots.push_back(slot);
-    Texts.push_back(text);
-    Lengths.push_back(length);
-  }
-  void Pop(size_t base) {
-    Slots.resize(base);
-    Texts.resize(base);
-    Lengths.resize(base);
-  }
+  void Add(int slot, const wchar_t* text, int length) { Entries.push_back({text, length, slot, false}); }
+  void Pop(size_t base) { Entries.resize(base); }
   wchar_t* Reserve(size_t cells) {
     if (Block < Blocks.size() && Used + cells <= Sizes[Block]) {
       wchar_t* p = Blocks[Block] + Used;
@@ -330,13 +319,23 @@ struct TNodeXml::TScan {
     return NameSlot(names, text, length, mode);
   }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
-  // in the arena, so decoding may overwrite it.
+  // in the arena, so decoding may overwrite it. Narrow: Length plain ASCII
+  // bytes in place (Bytes), not widened; Text is then null.
   struct TValue {
     const wchar_t* Text;
     int Length;
     bool Plain;
     bool Owned;
+    const char* Bytes = nullptr;
   };
+  // A narrow value widened into the arena, terminated.
+  TValue Wide(const TValue& value) {
+    if (!value.Bytes) return value;
+    wchar_t* target = Reserve(value.Length + 1);
+    for (int i = 0; i < value.Length; i++) target[i] = (unsigned char)value.Bytes[i];
+    target[value.Length] = 0;
+    return {target, value.Length, true, true};
+  }
   // An attribute value from p, behind its opening quote, up to the closing
   // quote or the end, where p stops.
   TValue ReadValue(const wchar_t*& p, wchar_t quote) {
@@ -345,14 +344,14 @@ struct TNodeXml::TScan {
     return {start, (int)(p - start), false, false};
   }
   TValue ReadValue(TUtf8Cursor& p, wchar_t quote) {
-    // Plain ASCII, the common case, is found and widened by byte; anything
-    // else is scanned by character.
+    // Plain ASCII, the common case, is found by byte and left in place, to
+    // be widened straight into the record; anything else is scanned by
+    // character.
     size_t n;
     if (p.PlainRun(quote == L'"' ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
-      wchar_t* target = Reserve(n + 1);
-      p.TakePlain(n, target);
-      target[n] = 0;
-      return {target, (int)n, true, true};
+      const char* bytes = p.Bytes();
+      p.SkipPlain(n);
+      return {nullptr, (int)n, true, false, bytes};
     }
     const TUtf8Cursor start = p;
     SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
@@ -363,6 +362,7 @@ struct TNodeXml::TScan {
   // A value as it will be stored: without '&' as it stands, decoded otherwise.
   // A decoded value is never longer than its source.
   void AddValue(int slot, const TValue& value) {
+    if (value.Bytes) return Entries.push_back({value.Bytes, value.Length, slot, true});
     if (value.Plain || !wmemchr(value.Text, L'&', value.Length)) return Add(slot, value.Text, value.Length);
     wchar_t* target = value.Owned ? const_cast<wchar_t*>(value.Text) : Reserve(value.Length + 1);
     wchar_t* last = XmlToString(value.Text, target, value.Text + value.Length);
@@ -413,7 +413,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     if (!SkipDeclaration(p)) return false;
   }
 
-  const size_t base = scan.Slots.size();
+  const size_t base = scan.Entries.size();
   const size_t arenaBlock = scan.Block, arenaUsed = scan.Used;
   bool result = false;
   int length;
@@ -430,7 +430,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     if (*p == L'/') {
       p = SkipBlanks(p + 1);
       if (*p != L'>') goto done;
-      SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
+      SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
       p++;
       result = true;
       goto done;
@@ -450,7 +450,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     if (slot == TScan::FlagsName) {
       // Read up to the first character that is not a digit: the closing quote
       // in place, the terminator of a copy in the arena.
-      if (wcstol(value.Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
+      if (wcstol(scan.Wide(value).Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
     if (slot < 0) continue;
@@ -470,7 +470,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       if (*q == L'/') {
         SkipWhile(q, [](wchar_t c) { return c && c != L'>'; });
         if (!*q) goto done;
-        SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
         p = q + 1;
         result = true;
         goto done;
@@ -498,10 +498,12 @@ done:
 }
 
 namespace {
-// The stored type of a value, decided by its shape alone.
-int Classify(const wchar_t* v, int n) {
+// The stored type of a value, decided by its shape alone. C is wchar_t, or
+// unsigned char for ASCII bytes that stand for themselves.
+template <class C>
+int Classify(const C* v, int n) {
   if (n == 0) return TString;
-  wchar_t c = v[0];
+  C c = v[0];
   bool candidate = (c >= L'1' && c <= L'9') || (c == L'0' && (n == 1 || v[1] == L'.')) ||
                    (c == L'-' && n > 1 && (v[1] != L'0' || (n > 2 && v[2] == L'.')));
   if (!candidate) return TString;
@@ -524,7 +526,8 @@ int Classify(const wchar_t* v, int n) {
 }
 
 // Integers of at most nine characters, checked by Classify.
-int ParseInt(const wchar_t* v, int n) {
+template <class C>
+int ParseInt(const C* v, int n) {
   bool negative = *v == L'-';
   int value = 0;
   for (int i = negative; i < n; i++) value = value * 10 + (v[i] - L'0');
@@ -541,7 +544,8 @@ bool PointIsDot() {
 // most 9 after the dot. Their digits make an integer below 2^53 and 10^9 is
 // exact, so the one division rounds just as wcstod reads the text; where the
 // locale's point is not '.', wcstod itself reads it.
-double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
+template <class C>
+double ParseDouble(const C* v, int n, bool pointIsDot) {
   if (pointIsDot) {
     bool negative = *v == L'-';
     long long digits = 0, scale = 1;
@@ -558,7 +562,7 @@ double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
     return negative ? -value : value;
   }
   wchar_t buffer[16];
-  wmemcpy(buffer, v, n);
+  for (int i = 0; i < n; i++) buffer[i] = v[i];
   buffer[n] = 0;
   return wcstod(buffer, nullptr);
 }
@@ -567,9 +571,58 @@ double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
 const size_t TrimSpare = 32;
 
 int StringRoomLog2(int length) { return TData::GetLog2((length + 1) * (int)sizeof(wchar_t)); }
+
+// A text written out as terminated wide text.
+inline void CopyText(const wchar_t* v, int n, unsigned char* out) {
+  memcpy(out, v, n * sizeof(wchar_t));
+  memset(out + n * sizeof(wchar_t), 0, sizeof(wchar_t));
+}
+inline void CopyText(const unsigned char* v, int n, unsigned char* out) {
+  wchar_t* wide = (wchar_t*)out;
+  for (int i = 0; i < n; i++) wide[i] = v[i];
+  wide[n] = 0;
+}
+
+// Classify of either kind of entry.
+int ClassifyEntry(const void* text, int n, bool narrow) {
+  return narrow ? Classify((const unsigned char*)text, n) : Classify((const wchar_t*)text, n);
+}
 }  // namespace
 
-void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int* lengths, int count) {
+template <class C>
+int TNodeXml::PutValue(int slot, int type, const C* v, int n, int position, int& bytePosition, int& point) {
+  switch (type) {
+    case TByte:
+      Values[bytePosition] = (unsigned char)(signed char)ParseInt(v, n);
+      WriteSlot(slot, 0x01, bytePosition++);
+      break;
+    case TInt: {
+      int value = ParseInt(v, n);
+      memcpy(Values + position, &value, 4);
+      WriteSlot(slot, 0x13, position);
+      position += 4;
+      break;
+    }
+    case TDouble: {
+      if (point < 0) point = PointIsDot();
+      double value = ParseDouble(v, n, point);
+      memcpy(Values + position, &value, 8);
+      WriteSlot(slot, 0x1E, position);
+      position += 8;
+      break;
+    }
+    case TString: {
+      int log2 = StringRoomLog2(n);
+      CopyText(v, n, Values + position);
+      WriteSlot(slot, (log2 << 3) | TString, position);
+      position += 1 << log2;
+      break;
+    }
+  }
+  return position;
+}
+
+void TNodeXml::SetRow(const TEntry* entries, int count) {
   // Pass 1: types and sizes. Values are laid out with every non-byte value
   // first, so that all of them (sizes are multiples of 4) and thus all texts
   // stay aligned for wchar_t; bytes follow.
@@ -581,12 +634,13 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
   long long used = 0, bytes = 0;
   int highest = 0;
   for (int i = 0; i < count; i++) {
-    int type = Classify(values[i], lengths[i]);
+    const TEntry& e = entries[i];
+    int type = ClassifyEntry(e.Text, e.Length, e.Narrow);
     long long size = type == TByte ? 1 : type == TInt ? 4 : type == TDouble ? 8 : 0;
     if (type == TString) {
       // A text whose room would not fit the 24-bit positions is left out.
-      long long raw = ((long long)lengths[i] + 1) * (long long)sizeof(wchar_t);
-      size = raw > MaxValues ? MaxValues + 1LL : 1LL << StringRoomLog2(lengths[i]);
+      long long raw = ((long long)e.Length + 1) * (long long)sizeof(wchar_t);
+      size = raw > MaxValues ? MaxValues + 1LL : 1LL << StringRoomLog2(e.Length);
     }
     if (used + size > MaxValues) {
       types[i] = TNone;
@@ -595,7 +649,7 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     types[i] = (unsigned char)type;
     used += size;
     if (type == TByte) bytes++;
-    if (slots[i] > highest) highest = slots[i];
+    if (e.Slot > highest) highest = e.Slot;
   }
 
   ReleaseBlocks();
@@ -609,37 +663,13 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
   int position = 0, bytePosition = (int)(used - bytes);
   int point = -1;  // whether the decimal point is '.', asked at the first double
   for (int i = 0; i < count; i++) {
-    const wchar_t* v = values[i];
-    int n = lengths[i];
-    switch (types[i]) {
-      case TByte:
-        Values[bytePosition] = (unsigned char)(signed char)ParseInt(v, n);
-        WriteSlot(slots[i], 0x01, bytePosition++);
-        break;
-      case TInt: {
-        int value = ParseInt(v, n);
-        memcpy(Values + position, &value, 4);
-        WriteSlot(slots[i], 0x13, position);
-        position += 4;
-        break;
-      }
-      case TDouble: {
-        if (point < 0) point = PointIsDot();
-        double value = ParseDouble(v, n, point);
-        memcpy(Values + position, &value, 8);
-        WriteSlot(slots[i], 0x1E, position);
-        position += 8;
-        break;
-      }
-      case TString: {
-        int log2 = StringRoomLog2(n);
-        memcpy(Values + position, v, n * sizeof(wchar_t));
-        memset(Values + position + n * sizeof(wchar_t), 0, sizeof(wchar_t));
-        WriteSlot(slots[i], (log2 << 3) | TString, position);
-        position += 1 << log2;
-        break;
-      }
-    }
+    const TEntry& e = entries[i];
+    int type = types[i];
+    if (type == TNone) continue;
+    if (e.Narrow)
+      position = PutValue(e.Slot, type, (const unsigned char*)e.Text, e.Length, position, bytePosition, point);
+    else
+      position = PutValue(e.Slot, type, (const wchar_t*)e.Text, e.Length, position, bytePosition, point);
   }
 
   // Pass 3: a known id makes this element replace the earlier row. A number

@@ -407,6 +407,11 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<a \xC3\x83\xC2\x83=\"1\" \xC3\x83=\"2\" _0F=\"8\" _0F\xC3\x83=\"3\" \xC3\x83\xC2\x83=\"4\"/>",
       "<a b='x\"y' c=\"x'y\" d='' e=\"\"/>", "<a b=\"abc", "<a b='abc\x7F\x01'/>",
       "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
+      // Plain values typed from their bytes: every number shape, numeric and
+      // padded ids, the flags marker, a later duplicate.
+      "<G><B><I id=\"-5\" a=\"0\" b=\"99\" c=\"-0\" d=\"007\" e=\"0.50\" f=\"-.5\" g=\"1.\" h=\"123456789\""
+      " i=\"1234567890\" j=\"12345.123456789\" k=\"1.1234567890\" l=\"1234567890123456\" m=\"1e5\" n=\" 1\""
+      " _0F=\"1x\" a=\"x\"/><I id=\"007\" b='-12'/><I id='-5' z=\"9\"/></B></G>",
   };
   for (const char* d : documents) ExpectSame(d);
 }
