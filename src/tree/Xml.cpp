@@ -65,6 +65,11 @@ public:
     n = q - S;
     return *q == stop;
   }
+  // Moves on to a later byte that starts a character.
+  void MoveTo(const char* at) {
+    S = (const unsigned char*)at;
+    Decode();
+  }
   // Moves behind a plain run of n bytes (PlainRun).
   void SkipPlain(size_t n) {
     S += n;
@@ -191,6 +196,16 @@ struct TPlainBytes {
   }
 };
 constexpr TPlainBytes PlainBytes;
+// Bytes that stand for themselves in an attribute name: ASCII above the
+// blanks, other than '='.
+struct TNameBytes {
+  bool Is[256];
+  constexpr TNameBytes() : Is() {
+    for (int b = 33; b < 0x80; b++) Is[b] = b != '=';
+  }
+};
+constexpr TNameBytes NameByteTable;
+constexpr const bool* NameBytes = NameByteTable.Is;
 constexpr const bool* PlainInDouble = PlainBytes.InDouble;
 constexpr const bool* PlainInSingle = PlainBytes.InSingle;
 }  // namespace
@@ -318,6 +333,40 @@ struct TNodeXml::TScan {
     const wchar_t* text = Text(start, end, length);
     return NameSlot(names, text, length, mode);
   }
+  // The start of an attribute read by byte where it is plain ASCII: blanks,
+  // a name, '=' right behind it and a quote. Then p stands behind the quote
+  // and name holds the name's bytes, each a character of its own value.
+  // Otherwise nothing moves and the general path reads from p. Wide text
+  // always takes the general path.
+  static bool QuickAttribute(const wchar_t*&, const unsigned char*&, size_t&, wchar_t&) { return false; }
+  static bool QuickAttribute(TUtf8Cursor& p, const unsigned char*& name, size_t& length, wchar_t& quote) {
+    const unsigned char* s = (const unsigned char*)p.Bytes();
+    while (*s - 1u < 32u) s++;
+    if (*s == '>' || *s == '/') return false;
+    const unsigned char* start = s;
+    while (NameBytes[*s]) s++;
+    if (s == start || s[0] != '=' || (s[1] != '"' && s[1] != '\'')) return false;
+    name = start;
+    length = s - start;
+    quote = s[1];
+    p.MoveTo((const char*)s + 2);
+    return true;
+  }
+  // The slot of an ASCII name given by its bytes, as NameSlot gives it.
+  int AsciiNameSlot(TIndextable& names, const unsigned char* b, size_t n, int mode) {
+    if (n <= 16 && !Names.empty()) {
+      const TName& cached = Names[NameHash(b[0], b[n - 1], n)];
+      if (cached.Mode == mode && cached.Length == (int)n) {
+        size_t i = 0;
+        while (i < n && (wchar_t)b[i] == cached.Text[i]) i++;
+        if (i == n) return cached.Slot;
+      }
+    }
+    wchar_t* text = Reserve(n + 1);
+    for (size_t i = 0; i < n; i++) text[i] = b[i];
+    text[n] = 0;
+    return NameSlot(names, text, (int)n, mode);
+  }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
   // in the arena, so decoding may overwrite it. Narrow: Length plain ASCII
   // bytes in place (Bytes), not widened; Text is then null.
@@ -422,31 +471,40 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
   const wchar_t* nameText = scan.Text(name, p, length);
   scan.Add(0, nameText, length);
 
-  // Attributes.
+  // Attributes. Most are plain ASCII up to their value and are read by byte
+  // (QuickAttribute); the rest, and the tag's end, character by character.
   for (;;) {
-    p = SkipBlanks(p);
-    if (!*p) goto done;
-    if (*p == L'>') { p++; break; }
-    if (*p == L'/') {
+    P attr = p, attrEnd = p;
+    const unsigned char* quickName = nullptr;
+    size_t quickLength = 0;
+    wchar_t quote;
+    if (!scan.QuickAttribute(p, quickName, quickLength, quote)) {
+      p = SkipBlanks(p);
+      if (!*p) goto done;
+      if (*p == L'>') { p++; break; }
+      if (*p == L'/') {
+        p = SkipBlanks(p + 1);
+        if (*p != L'>') goto done;
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
+        p++;
+        result = true;
+        goto done;
+      }
+      attr = p;
+      SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
+      attrEnd = p;
+      p = SkipBlanks(p);
+      if (*p != L'=') goto done;
       p = SkipBlanks(p + 1);
-      if (*p != L'>') goto done;
-      SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
-      p++;
-      result = true;
-      goto done;
+      quote = *p;
+      if (quote != L'"' && quote != L'\'') goto done;
+      ++p;
     }
-    const P attr = p;
-    SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
-    const P attrEnd = p;
-    p = SkipBlanks(p);
-    if (*p != L'=') goto done;
-    p = SkipBlanks(p + 1);
-    wchar_t quote = *p;
-    if (quote != L'"' && quote != L'\'') goto done;
-    const TScan::TValue value = scan.ReadValue(++p, quote);
+    const TScan::TValue value = scan.ReadValue(p, quote);
     if (!*p) goto done;
     p++;
-    int slot = scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
+    int slot = quickName ? scan.AsciiNameSlot(Tree->Names, quickName, quickLength, mode)
+                         : scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
     if (slot == TScan::FlagsName) {
       // Read up to the first character that is not a digit: the closing quote
       // in place, the terminator of a copy in the arena.

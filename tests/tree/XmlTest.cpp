@@ -412,6 +412,11 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<G><B><I id=\"-5\" a=\"0\" b=\"99\" c=\"-0\" d=\"007\" e=\"0.50\" f=\"-.5\" g=\"1.\" h=\"123456789\""
       " i=\"1234567890\" j=\"12345.123456789\" k=\"1.1234567890\" l=\"1234567890123456\" m=\"1e5\" n=\" 1\""
       " _0F=\"1x\" a=\"x\"/><I id=\"007\" b='-12'/><I id='-5' z=\"9\"/></B></G>",
+      // Attribute starts read by byte, and the shapes that leave it to the
+      // general path: blanks around '=', marks inside names, non-ASCII names.
+      "<a b =\"1\" c= \"2\" d\t=\t'3' e>f=\"4\" g/h=\"5\" =\"6\"/>", "<a\n\tb=\"1\"\r\nc='2'/>",
+      "<a b=\"1\"c=\"2\"/>", "<a b=\"1\" \xC3\xA9x=\"2\" x\xC3\xA9=\"3\" y\xC0\xBD\"4\" z=\xC0\xA2" "5\"/>",
+      "<a b=x/>", "<a b=\"1\" /  >", "<a b=", "<a b=\"", "<a b=\"1\"", "<a b=\"1\" c='&amp;'/>",
   };
   for (const char* d : documents) ExpectSame(d);
 }
