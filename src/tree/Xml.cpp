@@ -58,13 +58,15 @@ public:
   // Whether the text from here up to the next stop byte is plain: ASCII
   // bytes without '&', each a character of its own value. Then n is their
   // count. plain marks the bytes that may stand in the run (never 0 or
-  // stop).
+  // stop); the run is taken to go on from n bytes on.
   bool PlainRun(const bool* plain, unsigned char stop, size_t& n) const {
-    const unsigned char* q = S;
+    const unsigned char* q = S + n;
     while (plain[*q]) q++;
     n = q - S;
     return *q == stop;
   }
+  // The byte n bytes on from here.
+  unsigned char ByteAt(size_t n) const { return S[n]; }
   // Moves on to a later byte that starts a character.
   void MoveTo(const char* at) {
     S = (const unsigned char*)at;
@@ -188,14 +190,22 @@ wchar_t* DecodeEscapedDocument(const wchar_t* text) {
 
 // Bytes that stand for themselves inside a value quoted with " or ': ASCII
 // other than NUL, '&' and the quote. Built at compile time.
+// Ascii*: the same with '&' allowed.
 struct TPlainBytes {
-  bool InDouble[256], InSingle[256];
-  constexpr TPlainBytes() : InDouble(), InSingle() {
-    for (int b = 0; b < 256; b++) InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
-    InDouble[(int)'"'] = InSingle[(int)'\''] = false;
+  bool InDouble[256], InSingle[256], AsciiInDouble[256], AsciiInSingle[256];
+  constexpr TPlainBytes() : InDouble(), InSingle(), AsciiInDouble(), AsciiInSingle() {
+    for (int b = 0; b < 256; b++) {
+      AsciiInDouble[b] = AsciiInSingle[b] = b > 0 && b < 0x80;
+      InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
+    }
+    InDouble[(int)'"'] = InSingle[(int)'\''] = AsciiInDouble[(int)'"'] = AsciiInSingle[(int)'\''] = false;
   }
 };
 constexpr TPlainBytes PlainBytes;
+constexpr const bool* PlainInDouble = PlainBytes.InDouble;
+constexpr const bool* PlainInSingle = PlainBytes.InSingle;
+constexpr const bool* AsciiInDouble = PlainBytes.AsciiInDouble;
+constexpr const bool* AsciiInSingle = PlainBytes.AsciiInSingle;
 // Bytes that stand for themselves in an attribute name: ASCII above the
 // blanks, other than '='.
 struct TNameBytes {
@@ -206,8 +216,53 @@ struct TNameBytes {
 };
 constexpr TNameBytes NameByteTable;
 constexpr const bool* NameBytes = NameByteTable.Is;
-constexpr const bool* PlainInDouble = PlainBytes.InDouble;
-constexpr const bool* PlainInSingle = PlainBytes.InSingle;
+
+// Decodes entities from source up to NUL or end; returns the output's end.
+// C is wchar_t, or unsigned char for ASCII bytes that stand for themselves.
+template <class C>
+wchar_t* DecodeEntities(const C* source, wchar_t* target, const C* end) {
+  auto inside = [end](const C* p) { return (!end || p < end) && *p; };
+  while (inside(source)) {
+    if (*source != L'&') {
+      *target++ = *source++;
+      continue;
+    }
+    // Named entities are told by their first letter and where the ';' is.
+    C next[6] = {0, 0, 0, 0, 0, 0};
+    for (int i = 1; i <= 5 && inside(source + i); i++) next[i] = source[i];
+    C c = next[1];
+    if (c == L'q' && next[5] == L';') { *target++ = L'"'; source += 6; }
+    else if (c == L'l' && next[3] == L';') { *target++ = L'<'; source += 4; }
+    else if (c == L'g' && next[3] == L';') { *target++ = L'>'; source += 4; }
+    else if (c == L'a' && next[4] == L';') { *target++ = L'&'; source += 5; }
+    else if (c == L'a' && next[5] == L';') { *target++ = L'\''; source += 6; }
+    else if (c == L'#') {
+      const C* q = source + 2;
+      bool hex = next[2] == L'x' || next[2] == L'X';
+      if (hex) q++;
+      unsigned code = 0;
+      for (; inside(q); q++) {
+        C d = *q;
+        if (d >= L'0' && d <= L'9') code = code * (hex ? 16 : 10) + (d - L'0');
+        else if (hex && d >= L'a' && d <= L'f') code = code * 16 + (d - L'a' + 10);
+        else if (hex && d >= L'A' && d <= L'F') code = code * 16 + (d - L'A' + 10);
+        else break;
+      }
+      // The character that stopped the digits is consumed too; without a ';'
+      // nothing is written.
+      if (inside(q)) {
+        if (*q == L';') *target++ = (wchar_t)code;
+        q++;
+      }
+      source = q;
+    } else {
+      *target++ = *source++;
+      if (c) *target++ = *source++;
+    }
+  }
+  return target;
+}
+
 }  // namespace
 
 // Working state of one document read: the entries of all open elements as one
@@ -368,8 +423,9 @@ struct TNodeXml::TScan {
     return NameSlot(names, text, (int)n, mode);
   }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
-  // in the arena, so decoding may overwrite it. Narrow: Length plain ASCII
-  // bytes in place (Bytes), not widened; Text is then null.
+  // in the arena, so decoding may overwrite it. With Bytes the value is
+  // Length ASCII bytes in place, not widened, and Text is null: plain ones
+  // stand for themselves, others hold entities to decode.
   struct TValue {
     const wchar_t* Text;
     int Length;
@@ -383,7 +439,7 @@ struct TNodeXml::TScan {
     wchar_t* target = Reserve(value.Length + 1);
     for (int i = 0; i < value.Length; i++) target[i] = (unsigned char)value.Bytes[i];
     target[value.Length] = 0;
-    return {target, value.Length, true, true};
+    return {target, value.Length, value.Plain, true};
   }
   // An attribute value from p, behind its opening quote, up to the closing
   // quote or the end, where p stops.
@@ -396,11 +452,17 @@ struct TNodeXml::TScan {
     // Plain ASCII, the common case, is found by byte and left in place, to
     // be widened straight into the record; anything else is scanned by
     // character.
-    size_t n;
-    if (p.PlainRun(quote == L'"' ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
-      const char* bytes = p.Bytes();
+    size_t n = 0;
+    bool doubleQuote = quote == L'"';
+    const char* bytes = p.Bytes();
+    if (p.PlainRun(doubleQuote ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
       p.SkipPlain(n);
       return {nullptr, (int)n, true, false, bytes};
+    }
+    // ASCII with entities is decoded from its bytes when it is stored.
+    if (p.ByteAt(n) == '&' && p.PlainRun(doubleQuote ? AsciiInDouble : AsciiInSingle, (unsigned char)quote, n)) {
+      p.SkipPlain(n);
+      return {nullptr, (int)n, false, false, bytes};
     }
     const TUtf8Cursor start = p;
     SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
@@ -411,7 +473,13 @@ struct TNodeXml::TScan {
   // A value as it will be stored: without '&' as it stands, decoded otherwise.
   // A decoded value is never longer than its source.
   void AddValue(int slot, const TValue& value) {
-    if (value.Bytes) return Entries.push_back({value.Bytes, value.Length, slot, true});
+    if (value.Bytes && value.Plain) return Entries.push_back({value.Bytes, value.Length, slot, true});
+    if (value.Bytes) {
+      const unsigned char* source = (const unsigned char*)value.Bytes;
+      wchar_t* target = Reserve(value.Length + 1);
+      wchar_t* last = DecodeEntities(source, target, source + value.Length);
+      return Add(slot, target, (int)(last - target));
+    }
     if (value.Plain || !wmemchr(value.Text, L'&', value.Length)) return Add(slot, value.Text, value.Length);
     wchar_t* target = value.Owned ? const_cast<wchar_t*>(value.Text) : Reserve(value.Length + 1);
     wchar_t* last = XmlToString(value.Text, target, value.Text + value.Length);
@@ -777,46 +845,7 @@ void TNodeXml::TakeBlocks() {
 }
 
 wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end) {
-  auto inside = [end](const wchar_t* p) { return (!end || p < end) && *p; };
-  while (inside(source)) {
-    if (*source != L'&') {
-      *target++ = *source++;
-      continue;
-    }
-    // Named entities are told by their first letter and where the ';' is.
-    wchar_t next[6] = {0, 0, 0, 0, 0, 0};
-    for (int i = 1; i <= 5 && inside(source + i); i++) next[i] = source[i];
-    wchar_t c = next[1];
-    if (c == L'q' && next[5] == L';') { *target++ = L'"'; source += 6; }
-    else if (c == L'l' && next[3] == L';') { *target++ = L'<'; source += 4; }
-    else if (c == L'g' && next[3] == L';') { *target++ = L'>'; source += 4; }
-    else if (c == L'a' && next[4] == L';') { *target++ = L'&'; source += 5; }
-    else if (c == L'a' && next[5] == L';') { *target++ = L'\''; source += 6; }
-    else if (c == L'#') {
-      const wchar_t* q = source + 2;
-      bool hex = next[2] == L'x' || next[2] == L'X';
-      if (hex) q++;
-      unsigned code = 0;
-      for (; inside(q); q++) {
-        wchar_t d = *q;
-        if (d >= L'0' && d <= L'9') code = code * (hex ? 16 : 10) + (d - L'0');
-        else if (hex && d >= L'a' && d <= L'f') code = code * 16 + (d - L'a' + 10);
-        else if (hex && d >= L'A' && d <= L'F') code = code * 16 + (d - L'A' + 10);
-        else break;
-      }
-      // The character that stopped the digits is consumed too; without a ';'
-      // nothing is written.
-      if (inside(q)) {
-        if (*q == L';') *target++ = (wchar_t)code;
-        q++;
-      }
-      source = q;
-    } else {
-      *target++ = *source++;
-      if (c) *target++ = *source++;
-    }
-  }
-  return target;
+  return DecodeEntities(source, target, end);
 }
 
 const wchar_t* TTree::AddDocument(TNode* element, const wchar_t* text) {

@@ -417,6 +417,11 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<a b =\"1\" c= \"2\" d\t=\t'3' e>f=\"4\" g/h=\"5\" =\"6\"/>", "<a\n\tb=\"1\"\r\nc='2'/>",
       "<a b=\"1\"c=\"2\"/>", "<a b=\"1\" \xC3\xA9x=\"2\" x\xC3\xA9=\"3\" y\xC0\xBD\"4\" z=\xC0\xA2" "5\"/>",
       "<a b=x/>", "<a b=\"1\" /  >", "<a b=", "<a b=\"", "<a b=\"1\"", "<a b=\"1\" c='&amp;'/>",
+      // ASCII values with entities, decoded from their bytes: cut short at
+      // the quote, numeric forms, the flags marker read undecoded.
+      "<a b=\"x&amp\" c='&#65;&#x42;&#X43&#;&q;&quot;&apos;&lt;&gt;&' d=\"&amp;&amp;\" e='&ap'/>",
+      "<a b=\"&#1234567890123;&#x1F600;&#xZ;\" _0F=\"&#49;\" c=\"&lt\" d=\"1&amp;2\" e='a\"&amp;'/>",
+      "<a b=\"&amp;\xC3\xA9\" c=\"&amp;x", "<a b=\"&amp;",
   };
   for (const char* d : documents) ExpectSame(d);
 }
