@@ -273,6 +273,7 @@ struct TNodeXml::TScan {
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
+  int Point = -1;
   uintptr_t DiscardFrom = 0, Page = 0;
   // Slots of recently seen attribute names by mode: a name keeps its slot
   // in a space once it has one, and reading removes no names.
@@ -553,7 +554,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       if (*p == L'/') {
         p = SkipBlanks(p + 1);
         if (*p != L'>') goto done;
-        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base), scan.Point);
         p++;
         result = true;
         goto done;
@@ -596,7 +597,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       if (*q == L'/') {
         SkipWhile(q, [](wchar_t c) { return c && c != L'>'; });
         if (!*q) goto done;
-        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base));
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base), scan.Point);
         p = q + 1;
         result = true;
         goto done;
@@ -709,46 +710,24 @@ inline void CopyText(const unsigned char* v, int n, unsigned char* out) {
   wide[n] = 0;
 }
 
-// Classify of either kind of entry.
+// Classify, ParseInt, ParseDouble and CopyText of either kind of entry.
 int ClassifyEntry(const void* text, int n, bool narrow) {
   return narrow ? Classify((const unsigned char*)text, n) : Classify((const wchar_t*)text, n);
 }
+int EntryInt(const void* text, int n, bool narrow) {
+  return narrow ? ParseInt((const unsigned char*)text, n) : ParseInt((const wchar_t*)text, n);
+}
+double EntryDouble(const void* text, int n, bool narrow, bool pointIsDot) {
+  return narrow ? ParseDouble((const unsigned char*)text, n, pointIsDot)
+                : ParseDouble((const wchar_t*)text, n, pointIsDot);
+}
+void CopyEntry(const void* text, int n, bool narrow, unsigned char* out) {
+  if (narrow) CopyText((const unsigned char*)text, n, out);
+  else CopyText((const wchar_t*)text, n, out);
+}
 }  // namespace
 
-template <class C>
-int TNodeXml::PutValue(int slot, int type, const C* v, int n, int position, int& bytePosition, int& point) {
-  switch (type) {
-    case TByte:
-      Values[bytePosition] = (unsigned char)(signed char)ParseInt(v, n);
-      WriteSlot(slot, 0x01, bytePosition++);
-      break;
-    case TInt: {
-      int value = ParseInt(v, n);
-      memcpy(Values + position, &value, 4);
-      WriteSlot(slot, 0x13, position);
-      position += 4;
-      break;
-    }
-    case TDouble: {
-      if (point < 0) point = PointIsDot();
-      double value = ParseDouble(v, n, point);
-      memcpy(Values + position, &value, 8);
-      WriteSlot(slot, 0x1E, position);
-      position += 8;
-      break;
-    }
-    case TString: {
-      int log2 = StringRoomLog2(n);
-      CopyText(v, n, Values + position);
-      WriteSlot(slot, (log2 << 3) | TString, position);
-      position += 1 << log2;
-      break;
-    }
-  }
-  return position;
-}
-
-void TNodeXml::SetRow(const TEntry* entries, int count) {
+void TNodeXml::SetRow(const TEntry* entries, int count, int& point) {
   // Pass 1: types and sizes. Values are laid out with every non-byte value
   // first, so that all of them (sizes are multiples of 4) and thus all texts
   // stay aligned for wchar_t; bytes follow.
@@ -787,25 +766,57 @@ void TNodeXml::SetRow(const TEntry* entries, int count) {
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
-  int point = -1;  // whether the decimal point is '.', asked at the first double
+  const TEntry* idEntry = nullptr;
+  int idType = TNone;
   for (int i = 0; i < count; i++) {
     const TEntry& e = entries[i];
     int type = types[i];
-    if (type == TNone) continue;
-    if (e.Narrow)
-      position = PutValue(e.Slot, type, (const unsigned char*)e.Text, e.Length, position, bytePosition, point);
-    else
-      position = PutValue(e.Slot, type, (const wchar_t*)e.Text, e.Length, position, bytePosition, point);
+    switch (type) {
+      case TNone:
+        continue;
+      case TByte:
+        Values[bytePosition] = (unsigned char)(signed char)EntryInt(e.Text, e.Length, e.Narrow);
+        WriteSlot(e.Slot, 0x01, bytePosition++);
+        break;
+      case TInt: {
+        int value = EntryInt(e.Text, e.Length, e.Narrow);
+        memcpy(Values + position, &value, 4);
+        WriteSlot(e.Slot, 0x13, position);
+        position += 4;
+        break;
+      }
+      case TDouble: {
+        if (point < 0) point = PointIsDot();
+        double value = EntryDouble(e.Text, e.Length, e.Narrow, point);
+        memcpy(Values + position, &value, 8);
+        WriteSlot(e.Slot, 0x1E, position);
+        position += 8;
+        break;
+      }
+      case TString: {
+        int log2 = StringRoomLog2(e.Length);
+        CopyEntry(e.Text, e.Length, e.Narrow, Values + position);
+        WriteSlot(e.Slot, (log2 << 3) | TString, position);
+        position += 1 << log2;
+        break;
+      }
+    }
+    if (e.Slot == (IIdIndex & 0xFFFF)) idEntry = &e, idType = type;
   }
 
   // Pass 3: a known id makes this element replace the earlier row. A number
-  // is written into a local buffer, as GetId would write it into scratch.
+  // is the text it was read from: the shapes read as numbers are the ones
+  // its decimal writing gives back, as GetId would write it into scratch.
   wchar_t number[24];
   const wchar_t* id;
-  unsigned char* at = nullptr;
-  int idType = GetTypeBase(IIdIndex, at);
-  if (idType == TByte || idType == TInt) IntToString(GetIntAt(idType, at), number), id = number;
-  else id = GetId();
+  if (idType == TByte || idType == TInt) {
+    for (int i = 0; i < idEntry->Length; i++)
+      number[i] = idEntry->Narrow ? ((const unsigned char*)idEntry->Text)[i] : ((const wchar_t*)idEntry->Text)[i];
+    number[idEntry->Length] = 0;
+    id = number;
+  } else {
+    id = GetId();
+  }
   if (!*id || !Tree) return;
   int entry = Tree->Ids.Get(id, 1);
   TNode* old = Tree->Ids.GetNode(entry);

@@ -42,13 +42,10 @@ private:
     int Slot;
     bool Narrow;
   };
-  // Builds the record in one step from the scanned entries.
-  void SetRow(const TEntry* entries, int count);
-  // Stores one value of the given type at position (bytes at bytePosition)
-  // and points its slot at it; returns the next position. point: whether
-  // the decimal point is '.', -1 until a double asks.
-  template <class C>
-  int PutValue(int slot, int type, const C* v, int n, int position, int& bytePosition, int& point);
+  // Builds the record in one step from the scanned entries. point: whether
+  // the locale's decimal point is '.', -1 until a double of the document
+  // asks.
+  void SetRow(const TEntry* entries, int count, int& point);
   // Reads one element from p (a wide pointer or a UTF-8 cursor) and moves p
   // behind what it read; false on failure.
   template <class P>

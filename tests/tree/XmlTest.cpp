@@ -150,6 +150,34 @@ TEST_F(XmlTest, LaterElementWithAKnownIdReplacesTheRow) {
   EXPECT_EQ(Xml(Root()), L"<G><J/><I id=\"1\" y=\"5\" x=\"3\"><c1/></I></G>");
 }
 
+// Ids are keyed by the text the record gives back for them, from the wide
+// and the 8-bit reading alike.
+TEST_F(XmlTest, IdsAreKeyedByTheirStoredText) {
+  const struct { const char* ids; const wchar_t* keys; } cases[] = {
+      {"id=\"12\"", L"12"}, {"id=\"-5\"", L"-5"}, {"id=\"0\"", L"0"}, {"id=\"123456789\"", L"123456789"},
+      {"id=\"-12345678\"", L"-12345678"}, {"id=\"1234567890\"", L"1234567890"}, {"id=\"007\"", L"007"},
+      {"id=\"-0\"", L"-0"}, {"id=\"2.50\"", L"2.5"}, {"id=\"5\" id=\"6\"", L"6"}, {"id=\"x\" id=\"77\"", L"77"},
+      {"id=\"&#55;\"", L"7"}, {"id=\"\xC3\xA9\"", L"\u00E9"}, {"x=\"1\"", L""},
+  };
+  for (const auto& c : cases) {
+    const std::string text = std::string("<G><I ") + c.ids + "/></G>";
+    std::vector<wchar_t> wide(text.size() + 1);
+    ToUnicode(text.c_str(), wide.data());
+    TTree narrow, widened;
+    ASSERT_NE(narrow.SetXml(text.c_str()), nullptr) << c.ids;
+    ASSERT_NE(widened.SetXml(wide.data()), nullptr) << c.ids;
+    for (TTree* t : {&narrow, &widened}) {
+      wchar_t** keys = nullptr;
+      std::wstring got;
+      for (int i = 0, n = t->GetIds(keys); i < n; i++) got += keys[i];
+      EXPECT_EQ(got, c.keys) << c.ids;
+      if (*c.keys) {
+        EXPECT_EQ(t->GetElem(c.keys), t->Root->FirstChild) << c.ids;
+      }
+    }
+  }
+}
+
 TEST_F(XmlTest, DocumentsOfTheRootsNameMergeIntoOneTree) {
   ASSERT_TRUE(Load(L"<G a=\"1\" b=\"2\"><X/></G>"));
   TNode* g = Root();
