@@ -93,15 +93,21 @@ private:
   wchar_t C;
   int N;
 
+  // ASCII, nearly every character of a document, is decoded in line.
   void Decode() {
-    unsigned b = S[0], b2, b3;
-    N = 0;
-    C = 0;
+    unsigned b = S[0];
     if (b < 0x80) {
       C = (wchar_t)b;
       N = b ? 1 : 0;
       return;
     }
+    DecodeSequence(b);
+  }
+  // Out of line, so that the ASCII case stays small enough to inline.
+  __attribute__((noinline)) void DecodeSequence(unsigned b) {
+    unsigned b2, b3;
+    N = 0;
+    C = 0;
     if ((b & 0x40) == 0) {
       // Reversed: continuation bytes first, the lead byte last.
       if (!(b2 = S[1])) return;
