@@ -354,10 +354,10 @@ struct TNodeXml::TScan {
     }
     return slot;
   }
-  // Giving back the pages of a large buffer behind the reading: nothing
-  // behind the cursor is read again once a child element is complete, as
-  // names and values are copied out. It keeps the peak of a load near the
-  // tree's own size.
+  // Giving back the pages of a large buffer behind the reading: once a
+  // child element is complete, nothing behind the cursor is read again but
+  // the plain values of the elements still open. It keeps the peak of a
+  // load near the tree's own size.
   void StartDiscard(const char* text) {
     long page = sysconf(_SC_PAGESIZE);
     if (page <= 0) return;
@@ -370,6 +370,15 @@ struct TNodeXml::TScan {
     // A page of margin behind the cursor; steps of 4 MiB.
     uintptr_t end = ((uintptr_t)p.Bytes() & ~(Page - 1)) - Page;
     if (end < DiscardFrom + (4u << 20) || end > (uintptr_t)p.Bytes()) return;
+    // Plain values of the open elements are still read in place: pages
+    // from the first of them on stay.
+    for (const TEntry& e : Entries)
+      if (e.Narrow) {
+        uintptr_t kept = (uintptr_t)e.Text & ~(Page - 1);
+        if (kept < end) end = kept;
+        break;
+      }
+    if (end < DiscardFrom + (4u << 20)) return;
     madvise((void*)DiscardFrom, end - DiscardFrom, MADV_DONTNEED);
     DiscardFrom = end;
   }

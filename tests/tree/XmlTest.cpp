@@ -586,6 +586,31 @@ TEST_F(XmlTest, DecimalsReadAsWcstodReadsThem) {
   }
 }
 
+// Pages given back behind the reading read as zeros in a heap buffer; values
+// of an element still open there must survive them.
+TEST_F(XmlTest, OpenElementsKeepTheirValuesWhilePagesGoBack) {
+  std::string text = "<G><!--" + std::string(3 * sysconf(_SC_PAGESIZE), '-') + "-->";
+  text += "<B a=\"kept in place\" n=\"12345\" d=\"&amp;x\">";
+  for (int i = 0; text.size() < (12u << 20); i++) text += "<I id=\"" + std::to_string(i) + "\" v=\"row value\"/>\n";
+  text += "</B></G>";
+  // Page-aligned heap memory of its own, as a file read into memory has.
+  size_t size = (text.size() + 1 + 65535) & ~(size_t)65535;
+  char* buffer = (char*)aligned_alloc(65536, size);
+  ASSERT_NE(buffer, nullptr);
+  memcpy(buffer, text.c_str(), text.size() + 1);
+  TNodeXml* root = static_cast<TNodeXml*>(tree.CreateElement(nullptr));
+  ASSERT_NE(root->SetXml(buffer, 0, true), nullptr);
+  free(buffer);
+  TNode* b = root->FirstChild;
+  ASSERT_NE(b, nullptr);
+  EXPECT_STREQ(b->GetString(L"a"), L"kept in place");
+  EXPECT_STREQ(b->GetString(L"d"), L"&x");
+  const std::wstring start = L"<B a=\"kept in place\" n=\"12345\" d=\"&amp;x\"><I";
+  EXPECT_EQ(Xml(b).substr(0, start.size()), start);
+  EXPECT_STREQ(b->LastChild->GetString(L"v"), L"row value");
+  TNode::Delete(root);
+}
+
 // A large file's buffer is given back page by page behind the reading; the
 // tree must be the one the same text gives from memory.
 TEST_F(XmlTest, LargeFileReadsAsItsTextDoes) {
