@@ -141,13 +141,6 @@ int TData::GetLengthIdx(int slot) const {
   return 1 << (MetaOf(GetSlot(slot), SlotWidth) >> 3);
 }
 
-void TData::WriteSlot(int slot, int meta, int position) {
-  if (SlotWidth == 2)
-    ((uint16_t*)Slots)[slot] = (uint16_t)((meta << 8) | (position & 0xFF));
-  else
-    ((uint32_t*)Slots)[slot] = ((uint32_t)meta << 24) | (uint32_t)(position & 0xFFFFFF);
-}
-
 // ---- numbers ----
 
 int TData::GetIntAt(int type, const unsigned char* p) const {

@@ -166,7 +166,12 @@ protected:
   // Gives a trimmed value area its full Capacity on the heap when used
   // bytes would not fit it.
   void WidenValues(long long used);
-  void WriteSlot(int slot, int meta, int position);
+  void WriteSlot(int slot, int meta, int position) {
+    if (SlotWidth == 2)
+      ((uint16_t*)Slots)[slot] = (uint16_t)((meta << 8) | (position & 0xFF));
+    else
+      ((uint32_t*)Slots)[slot] = ((uint32_t)meta << 24) | (uint32_t)(position & 0xFFFFFF);
+  }
   int StoreString(int index, const void* text, int length);
   int GetIntAt(int type, const unsigned char* p) const;
   double GetDoubleAt(int type, const unsigned char* p) const;

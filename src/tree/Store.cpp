@@ -1,5 +1,6 @@
 #include "tree/Store.h"
 #include <cstdlib>
+#include <sys/mman.h>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define SARVENDO_STORE_OFF 1
@@ -10,7 +11,15 @@
 #endif
 
 TStore::~TStore() {
-  for (char* slab : Slabs) free(slab);
+  for (size_t i = 0; i < Slabs.size(); i++)
+    if (i < LazySlabs) free(Slabs[i]);
+    else munmap(Slabs[i], SlabSize);
+}
+
+char* TStore::NewSlab() {
+  if (Slabs.size() < LazySlabs) return (char*)malloc(SlabSize);
+  void* slab = mmap(nullptr, SlabSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  return slab == MAP_FAILED ? nullptr : (char*)slab;
 }
 
 void* TStore::Take(TArea& area, size_t size, size_t align) {
@@ -21,9 +30,9 @@ void* TStore::Take(TArea& area, size_t size, size_t align) {
   if (size == 0 || size > MaxBlock) return nullptr;
   size = (size + align - 1) & ~(align - 1);
   if ((size_t)(area.End - area.Pos) < size) {
-    // Slabs are malloc'd, so aligned for both kinds; the rest of a full one
-    // is left unused.
-    char* slab = (char*)malloc(SlabSize);
+    // Slabs are aligned for both kinds; the rest of a full one is left
+    // unused.
+    char* slab = NewSlab();
     if (!slab) return nullptr;
     Slabs.push_back(slab);
     area.Pos = slab;

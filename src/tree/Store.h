@@ -5,6 +5,9 @@
 // Only reading fills the pool, so it never holds more than the documents
 // read into its tree. In sanitizer builds the pool is off (Take gives null
 // and callers use the heap), so that an overrun of a record is still seen.
+// A tree that has filled a few slabs is reading a large document: its
+// further slabs are mapped with their pages already in place, which costs
+// one call per slab instead of a fault per page.
 #pragma once
 #include <cstddef>
 #include <vector>
@@ -30,8 +33,13 @@ private:
     char* End = nullptr;
   };
   static const size_t SlabSize = 1 << 20;
+  // Slabs before this many come from the heap, touched page by page.
+  static const size_t LazySlabs = 4;
   TArea Nodes, Bytes;
+  // The first LazySlabs are heap blocks, the rest mappings.
   std::vector<char*> Slabs;
+
+  char* NewSlab();
 
   void* Take(TArea& area, size_t size, size_t align);
 };

@@ -74,6 +74,8 @@ private:
   const wchar_t* AddDocument(TNode* element, const wchar_t* text);
   // SetXml of 8-bit text; discard as for TNodeXml::SetXml.
   const char* SetXml(const char* text, bool discard);
+  // Reads a whole file's text, which nothing else reads, as LoadXml reports it.
+  int ReadLoaded(const char* text);
   // Makes a read element the root or merges it into the root; an element
   // that failed to read is deleted. Returns read.
   bool AttachDocument(TNode* element, bool read);

@@ -1,10 +1,12 @@
 #include "tree/Xml.h"
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
 #include <langinfo.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include "tree/System.h"
 #include "tree/Tree.h"
@@ -56,16 +58,22 @@ public:
   // Whether the text from here up to the next stop byte is plain: ASCII
   // bytes without '&', each a character of its own value. Then n is their
   // count. plain marks the bytes that may stand in the run (never 0 or
-  // stop).
+  // stop); the run is taken to go on from n bytes on.
   bool PlainRun(const bool* plain, unsigned char stop, size_t& n) const {
-    const unsigned char* q = S;
+    const unsigned char* q = S + n;
     while (plain[*q]) q++;
     n = q - S;
     return *q == stop;
   }
-  // Widens a plain run of n bytes (PlainRun) into out and moves behind it.
-  void TakePlain(size_t n, wchar_t* out) {
-    for (size_t i = 0; i < n; i++) out[i] = S[i];
+  // The byte n bytes on from here.
+  unsigned char ByteAt(size_t n) const { return S[n]; }
+  // Moves on to a later byte that starts a character.
+  void MoveTo(const char* at) {
+    S = (const unsigned char*)at;
+    Decode();
+  }
+  // Moves behind a plain run of n bytes (PlainRun).
+  void SkipPlain(size_t n) {
     S += n;
     Decode();
   }
@@ -85,15 +93,21 @@ private:
   wchar_t C;
   int N;
 
+  // ASCII, nearly every character of a document, is decoded in line.
   void Decode() {
-    unsigned b = S[0], b2, b3;
-    N = 0;
-    C = 0;
+    unsigned b = S[0];
     if (b < 0x80) {
       C = (wchar_t)b;
       N = b ? 1 : 0;
       return;
     }
+    DecodeSequence(b);
+  }
+  // Out of line, so that the ASCII case stays small enough to inline.
+  __attribute__((noinline)) void DecodeSequence(unsigned b) {
+    unsigned b2, b3;
+    N = 0;
+    C = 0;
     if ((b & 0x40) == 0) {
       // Reversed: continuation bytes first, the lead byte last.
       if (!(b2 = S[1])) return;
@@ -182,28 +196,90 @@ wchar_t* DecodeEscapedDocument(const wchar_t* text) {
 
 // Bytes that stand for themselves inside a value quoted with " or ': ASCII
 // other than NUL, '&' and the quote. Built at compile time.
+// Ascii*: the same with '&' allowed.
 struct TPlainBytes {
-  bool InDouble[256], InSingle[256];
-  constexpr TPlainBytes() : InDouble(), InSingle() {
-    for (int b = 0; b < 256; b++) InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
-    InDouble[(int)'"'] = InSingle[(int)'\''] = false;
+  bool InDouble[256], InSingle[256], AsciiInDouble[256], AsciiInSingle[256];
+  constexpr TPlainBytes() : InDouble(), InSingle(), AsciiInDouble(), AsciiInSingle() {
+    for (int b = 0; b < 256; b++) {
+      AsciiInDouble[b] = AsciiInSingle[b] = b > 0 && b < 0x80;
+      InDouble[b] = InSingle[b] = b > 0 && b < 0x80 && b != '&';
+    }
+    InDouble[(int)'"'] = InSingle[(int)'\''] = AsciiInDouble[(int)'"'] = AsciiInSingle[(int)'\''] = false;
   }
 };
 constexpr TPlainBytes PlainBytes;
 constexpr const bool* PlainInDouble = PlainBytes.InDouble;
 constexpr const bool* PlainInSingle = PlainBytes.InSingle;
+constexpr const bool* AsciiInDouble = PlainBytes.AsciiInDouble;
+constexpr const bool* AsciiInSingle = PlainBytes.AsciiInSingle;
+// Bytes that stand for themselves in an attribute name: ASCII above the
+// blanks, other than '='.
+struct TNameBytes {
+  bool Is[256];
+  constexpr TNameBytes() : Is() {
+    for (int b = 33; b < 0x80; b++) Is[b] = b != '=';
+  }
+};
+constexpr TNameBytes NameByteTable;
+constexpr const bool* NameBytes = NameByteTable.Is;
+
+// Decodes entities from source up to NUL or end; returns the output's end.
+// C is wchar_t, or unsigned char for ASCII bytes that stand for themselves.
+template <class C>
+wchar_t* DecodeEntities(const C* source, wchar_t* target, const C* end) {
+  auto inside = [end](const C* p) { return (!end || p < end) && *p; };
+  while (inside(source)) {
+    if (*source != L'&') {
+      *target++ = *source++;
+      continue;
+    }
+    // Named entities are told by their first letter and where the ';' is.
+    C next[6] = {0, 0, 0, 0, 0, 0};
+    for (int i = 1; i <= 5 && inside(source + i); i++) next[i] = source[i];
+    C c = next[1];
+    if (c == L'q' && next[5] == L';') { *target++ = L'"'; source += 6; }
+    else if (c == L'l' && next[3] == L';') { *target++ = L'<'; source += 4; }
+    else if (c == L'g' && next[3] == L';') { *target++ = L'>'; source += 4; }
+    else if (c == L'a' && next[4] == L';') { *target++ = L'&'; source += 5; }
+    else if (c == L'a' && next[5] == L';') { *target++ = L'\''; source += 6; }
+    else if (c == L'#') {
+      const C* q = source + 2;
+      bool hex = next[2] == L'x' || next[2] == L'X';
+      if (hex) q++;
+      unsigned code = 0;
+      for (; inside(q); q++) {
+        C d = *q;
+        if (d >= L'0' && d <= L'9') code = code * (hex ? 16 : 10) + (d - L'0');
+        else if (hex && d >= L'a' && d <= L'f') code = code * 16 + (d - L'a' + 10);
+        else if (hex && d >= L'A' && d <= L'F') code = code * 16 + (d - L'A' + 10);
+        else break;
+      }
+      // The character that stopped the digits is consumed too; without a ';'
+      // nothing is written.
+      if (inside(q)) {
+        if (*q == L';') *target++ = (wchar_t)code;
+        q++;
+      }
+      source = q;
+    } else {
+      *target++ = *source++;
+      if (c) *target++ = *source++;
+    }
+  }
+  return target;
+}
+
 }  // namespace
 
 // Working state of one document read: the entries of all open elements as one
 // stack, and an arena for decoded values released element by element. Both
 // are reused across elements, so reading allocates nothing per attribute.
 struct TNodeXml::TScan {
-  std::vector<int> Slots;
-  std::vector<const wchar_t*> Texts;
-  std::vector<int> Lengths;
+  std::vector<TEntry> Entries;
   std::vector<wchar_t*> Blocks;
   std::vector<size_t> Sizes;
   size_t Block = 0, Used = 0;
+  int Point = -1;
   uintptr_t DiscardFrom = 0, Page = 0;
   // Slots of recently seen attribute names by mode: a name keeps its slot
   // in a space once it has one, and reading removes no names.
@@ -218,16 +294,8 @@ struct TNodeXml::TScan {
   ~TScan() {
     for (wchar_t* b : Blocks) free(b);
   }
-  void Add(int slot, const wchar_t* text, int length) {
-    Slots.push_back(slot);
-    Texts.push_back(text);
-    Lengths.push_back(length);
-  }
-  void Pop(size_t base) {
-    Slots.resize(base);
-    Texts.resize(base);
-    Lengths.resize(base);
-  }
+  void Add(int slot, const wchar_t* text, int length) { Entries.push_back({text, length, slot, false}); }
+  void Pop(size_t base) { Entries.resize(base); }
   wchar_t* Reserve(size_t cells) {
     if (Block < Blocks.size() && Used + cells <= Sizes[Block]) {
       wchar_t* p = Blocks[Block] + Used;
@@ -286,10 +354,10 @@ struct TNodeXml::TScan {
     }
     return slot;
   }
-  // Giving back the pages of a large buffer behind the reading: nothing
-  // behind the cursor is read again once a child element is complete, as
-  // names and values are copied out. It keeps the peak of a load near the
-  // tree's own size.
+  // Giving back the pages of a large buffer behind the reading: once a
+  // child element is complete, nothing behind the cursor is read again but
+  // the plain values of the elements still open. It keeps the peak of a
+  // load near the tree's own size.
   void StartDiscard(const char* text) {
     long page = sysconf(_SC_PAGESIZE);
     if (page <= 0) return;
@@ -302,6 +370,15 @@ struct TNodeXml::TScan {
     // A page of margin behind the cursor; steps of 4 MiB.
     uintptr_t end = ((uintptr_t)p.Bytes() & ~(Page - 1)) - Page;
     if (end < DiscardFrom + (4u << 20) || end > (uintptr_t)p.Bytes()) return;
+    // Plain values of the open elements are still read in place: pages
+    // from the first of them on stay.
+    for (const TEntry& e : Entries)
+      if (e.Narrow) {
+        uintptr_t kept = (uintptr_t)e.Text & ~(Page - 1);
+        if (kept < end) end = kept;
+        break;
+      }
+    if (end < DiscardFrom + (4u << 20)) return;
     madvise((void*)DiscardFrom, end - DiscardFrom, MADV_DONTNEED);
     DiscardFrom = end;
   }
@@ -327,14 +404,59 @@ struct TNodeXml::TScan {
     const wchar_t* text = Text(start, end, length);
     return NameSlot(names, text, length, mode);
   }
+  // The start of an attribute read by byte where it is plain ASCII: blanks,
+  // a name, '=' right behind it and a quote. Then p stands behind the quote
+  // and name holds the name's bytes, each a character of its own value.
+  // Otherwise nothing moves and the general path reads from p. Wide text
+  // always takes the general path.
+  static bool QuickAttribute(const wchar_t*&, const unsigned char*&, size_t&, wchar_t&) { return false; }
+  static bool QuickAttribute(TUtf8Cursor& p, const unsigned char*& name, size_t& length, wchar_t& quote) {
+    const unsigned char* s = (const unsigned char*)p.Bytes();
+    while (*s - 1u < 32u) s++;
+    if (*s == '>' || *s == '/') return false;
+    const unsigned char* start = s;
+    while (NameBytes[*s]) s++;
+    if (s == start || s[0] != '=' || (s[1] != '"' && s[1] != '\'')) return false;
+    name = start;
+    length = s - start;
+    quote = s[1];
+    p.MoveTo((const char*)s + 2);
+    return true;
+  }
+  // The slot of an ASCII name given by its bytes, as NameSlot gives it.
+  int AsciiNameSlot(TIndextable& names, const unsigned char* b, size_t n, int mode) {
+    if (n <= 16 && !Names.empty()) {
+      const TName& cached = Names[NameHash(b[0], b[n - 1], n)];
+      if (cached.Mode == mode && cached.Length == (int)n) {
+        size_t i = 0;
+        while (i < n && (wchar_t)b[i] == cached.Text[i]) i++;
+        if (i == n) return cached.Slot;
+      }
+    }
+    wchar_t* text = Reserve(n + 1);
+    for (size_t i = 0; i < n; i++) text[i] = b[i];
+    text[n] = 0;
+    return NameSlot(names, text, (int)n, mode);
+  }
   // A value's characters as wide text. Plain: known to hold no '&'. Owned:
-  // in the arena, so decoding may overwrite it.
+  // in the arena, so decoding may overwrite it. With Bytes the value is
+  // Length ASCII bytes in place, not widened, and Text is null: plain ones
+  // stand for themselves, others hold entities to decode.
   struct TValue {
     const wchar_t* Text;
     int Length;
     bool Plain;
     bool Owned;
+    const char* Bytes = nullptr;
   };
+  // A narrow value widened into the arena, terminated.
+  TValue Wide(const TValue& value) {
+    if (!value.Bytes) return value;
+    wchar_t* target = Reserve(value.Length + 1);
+    for (int i = 0; i < value.Length; i++) target[i] = (unsigned char)value.Bytes[i];
+    target[value.Length] = 0;
+    return {target, value.Length, value.Plain, true};
+  }
   // An attribute value from p, behind its opening quote, up to the closing
   // quote or the end, where p stops.
   TValue ReadValue(const wchar_t*& p, wchar_t quote) {
@@ -343,14 +465,20 @@ struct TNodeXml::TScan {
     return {start, (int)(p - start), false, false};
   }
   TValue ReadValue(TUtf8Cursor& p, wchar_t quote) {
-    // Plain ASCII, the common case, is found and widened by byte; anything
-    // else is scanned by character.
-    size_t n;
-    if (p.PlainRun(quote == L'"' ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
-      wchar_t* target = Reserve(n + 1);
-      p.TakePlain(n, target);
-      target[n] = 0;
-      return {target, (int)n, true, true};
+    // Plain ASCII, the common case, is found by byte and left in place, to
+    // be widened straight into the record; anything else is scanned by
+    // character.
+    size_t n = 0;
+    bool doubleQuote = quote == L'"';
+    const char* bytes = p.Bytes();
+    if (p.PlainRun(doubleQuote ? PlainInDouble : PlainInSingle, (unsigned char)quote, n)) {
+      p.SkipPlain(n);
+      return {nullptr, (int)n, true, false, bytes};
+    }
+    // ASCII with entities is decoded from its bytes when it is stored.
+    if (p.ByteAt(n) == '&' && p.PlainRun(doubleQuote ? AsciiInDouble : AsciiInSingle, (unsigned char)quote, n)) {
+      p.SkipPlain(n);
+      return {nullptr, (int)n, false, false, bytes};
     }
     const TUtf8Cursor start = p;
     SkipWhile(p, [quote](wchar_t c) { return c && c != quote; });
@@ -361,6 +489,13 @@ struct TNodeXml::TScan {
   // A value as it will be stored: without '&' as it stands, decoded otherwise.
   // A decoded value is never longer than its source.
   void AddValue(int slot, const TValue& value) {
+    if (value.Bytes && value.Plain) return Entries.push_back({value.Bytes, value.Length, slot, true});
+    if (value.Bytes) {
+      const unsigned char* source = (const unsigned char*)value.Bytes;
+      wchar_t* target = Reserve(value.Length + 1);
+      wchar_t* last = DecodeEntities(source, target, source + value.Length);
+      return Add(slot, target, (int)(last - target));
+    }
     if (value.Plain || !wmemchr(value.Text, L'&', value.Length)) return Add(slot, value.Text, value.Length);
     wchar_t* target = value.Owned ? const_cast<wchar_t*>(value.Text) : Reserve(value.Length + 1);
     wchar_t* last = XmlToString(value.Text, target, value.Text + value.Length);
@@ -411,7 +546,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
     if (!SkipDeclaration(p)) return false;
   }
 
-  const size_t base = scan.Slots.size();
+  const size_t base = scan.Entries.size();
   const size_t arenaBlock = scan.Block, arenaUsed = scan.Used;
   bool result = false;
   int length;
@@ -420,35 +555,44 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
   const wchar_t* nameText = scan.Text(name, p, length);
   scan.Add(0, nameText, length);
 
-  // Attributes.
+  // Attributes. Most are plain ASCII up to their value and are read by byte
+  // (QuickAttribute); the rest, and the tag's end, character by character.
   for (;;) {
-    p = SkipBlanks(p);
-    if (!*p) goto done;
-    if (*p == L'>') { p++; break; }
-    if (*p == L'/') {
+    P attr = p, attrEnd = p;
+    const unsigned char* quickName = nullptr;
+    size_t quickLength = 0;
+    wchar_t quote;
+    if (!scan.QuickAttribute(p, quickName, quickLength, quote)) {
+      p = SkipBlanks(p);
+      if (!*p) goto done;
+      if (*p == L'>') { p++; break; }
+      if (*p == L'/') {
+        p = SkipBlanks(p + 1);
+        if (*p != L'>') goto done;
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base), scan.Point);
+        p++;
+        result = true;
+        goto done;
+      }
+      attr = p;
+      SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
+      attrEnd = p;
+      p = SkipBlanks(p);
+      if (*p != L'=') goto done;
       p = SkipBlanks(p + 1);
-      if (*p != L'>') goto done;
-      SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
-      p++;
-      result = true;
-      goto done;
+      quote = *p;
+      if (quote != L'"' && quote != L'\'') goto done;
+      ++p;
     }
-    const P attr = p;
-    SkipWhile(p, [](wchar_t c) { return (unsigned)c > 32 && c != L'='; });
-    const P attrEnd = p;
-    p = SkipBlanks(p);
-    if (*p != L'=') goto done;
-    p = SkipBlanks(p + 1);
-    wchar_t quote = *p;
-    if (quote != L'"' && quote != L'\'') goto done;
-    const TScan::TValue value = scan.ReadValue(++p, quote);
+    const TScan::TValue value = scan.ReadValue(p, quote);
     if (!*p) goto done;
     p++;
-    int slot = scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
+    int slot = quickName ? scan.AsciiNameSlot(Tree->Names, quickName, quickLength, mode)
+                         : scan.AttrSlot(Tree->Names, attr, attrEnd, mode);
     if (slot == TScan::FlagsName) {
       // Read up to the first character that is not a digit: the closing quote
       // in place, the terminator of a copy in the arena.
-      if (wcstol(value.Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
+      if (wcstol(scan.Wide(value).Text, nullptr, 10) & FFiltered) Flags |= FFiltered;
       continue;
     }
     if (slot < 0) continue;
@@ -468,7 +612,7 @@ bool TNodeXml::Scan(TScan& scan, P& p, int depth) {
       if (*q == L'/') {
         SkipWhile(q, [](wchar_t c) { return c && c != L'>'; });
         if (!*q) goto done;
-        SetRow(&scan.Slots[base], &scan.Texts[base], &scan.Lengths[base], (int)(scan.Slots.size() - base));
+        SetRow(&scan.Entries[base], (int)(scan.Entries.size() - base), scan.Point);
         p = q + 1;
         result = true;
         goto done;
@@ -496,10 +640,12 @@ done:
 }
 
 namespace {
-// The stored type of a value, decided by its shape alone.
-int Classify(const wchar_t* v, int n) {
+// The stored type of a value, decided by its shape alone. C is wchar_t, or
+// unsigned char for ASCII bytes that stand for themselves.
+template <class C>
+int Classify(const C* v, int n) {
   if (n == 0) return TString;
-  wchar_t c = v[0];
+  C c = v[0];
   bool candidate = (c >= L'1' && c <= L'9') || (c == L'0' && (n == 1 || v[1] == L'.')) ||
                    (c == L'-' && n > 1 && (v[1] != L'0' || (n > 2 && v[2] == L'.')));
   if (!candidate) return TString;
@@ -522,7 +668,8 @@ int Classify(const wchar_t* v, int n) {
 }
 
 // Integers of at most nine characters, checked by Classify.
-int ParseInt(const wchar_t* v, int n) {
+template <class C>
+int ParseInt(const C* v, int n) {
   bool negative = *v == L'-';
   int value = 0;
   for (int i = negative; i < n; i++) value = value * 10 + (v[i] - L'0');
@@ -539,7 +686,8 @@ bool PointIsDot() {
 // most 9 after the dot. Their digits make an integer below 2^53 and 10^9 is
 // exact, so the one division rounds just as wcstod reads the text; where the
 // locale's point is not '.', wcstod itself reads it.
-double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
+template <class C>
+double ParseDouble(const C* v, int n, bool pointIsDot) {
   if (pointIsDot) {
     bool negative = *v == L'-';
     long long digits = 0, scale = 1;
@@ -556,7 +704,7 @@ double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
     return negative ? -value : value;
   }
   wchar_t buffer[16];
-  wmemcpy(buffer, v, n);
+  for (int i = 0; i < n; i++) buffer[i] = v[i];
   buffer[n] = 0;
   return wcstod(buffer, nullptr);
 }
@@ -565,9 +713,36 @@ double ParseDouble(const wchar_t* v, int n, bool pointIsDot) {
 const size_t TrimSpare = 32;
 
 int StringRoomLog2(int length) { return TData::GetLog2((length + 1) * (int)sizeof(wchar_t)); }
+
+// A text written out as terminated wide text.
+inline void CopyText(const wchar_t* v, int n, unsigned char* out) {
+  memcpy(out, v, n * sizeof(wchar_t));
+  memset(out + n * sizeof(wchar_t), 0, sizeof(wchar_t));
+}
+inline void CopyText(const unsigned char* v, int n, unsigned char* out) {
+  wchar_t* wide = (wchar_t*)out;
+  for (int i = 0; i < n; i++) wide[i] = v[i];
+  wide[n] = 0;
+}
+
+// Classify, ParseInt, ParseDouble and CopyText of either kind of entry.
+int ClassifyEntry(const void* text, int n, bool narrow) {
+  return narrow ? Classify((const unsigned char*)text, n) : Classify((const wchar_t*)text, n);
+}
+int EntryInt(const void* text, int n, bool narrow) {
+  return narrow ? ParseInt((const unsigned char*)text, n) : ParseInt((const wchar_t*)text, n);
+}
+double EntryDouble(const void* text, int n, bool narrow, bool pointIsDot) {
+  return narrow ? ParseDouble((const unsigned char*)text, n, pointIsDot)
+                : ParseDouble((const wchar_t*)text, n, pointIsDot);
+}
+void CopyEntry(const void* text, int n, bool narrow, unsigned char* out) {
+  if (narrow) CopyText((const unsigned char*)text, n, out);
+  else CopyText((const wchar_t*)text, n, out);
+}
 }  // namespace
 
-void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int* lengths, int count) {
+void TNodeXml::SetRow(const TEntry* entries, int count, int& point) {
   // Pass 1: types and sizes. Values are laid out with every non-byte value
   // first, so that all of them (sizes are multiples of 4) and thus all texts
   // stay aligned for wchar_t; bytes follow.
@@ -579,12 +754,13 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
   long long used = 0, bytes = 0;
   int highest = 0;
   for (int i = 0; i < count; i++) {
-    int type = Classify(values[i], lengths[i]);
+    const TEntry& e = entries[i];
+    int type = ClassifyEntry(e.Text, e.Length, e.Narrow);
     long long size = type == TByte ? 1 : type == TInt ? 4 : type == TDouble ? 8 : 0;
     if (type == TString) {
       // A text whose room would not fit the 24-bit positions is left out.
-      long long raw = ((long long)lengths[i] + 1) * (long long)sizeof(wchar_t);
-      size = raw > MaxValues ? MaxValues + 1LL : 1LL << StringRoomLog2(lengths[i]);
+      long long raw = ((long long)e.Length + 1) * (long long)sizeof(wchar_t);
+      size = raw > MaxValues ? MaxValues + 1LL : 1LL << StringRoomLog2(e.Length);
     }
     if (used + size > MaxValues) {
       types[i] = TNone;
@@ -593,7 +769,7 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
     types[i] = (unsigned char)type;
     used += size;
     if (type == TByte) bytes++;
-    if (slots[i] > highest) highest = slots[i];
+    if (e.Slot > highest) highest = e.Slot;
   }
 
   ReleaseBlocks();
@@ -605,49 +781,57 @@ void TNodeXml::SetRow(const int* slots, const wchar_t* const* values, const int*
 
   // Pass 2: values and slots in document order; a later duplicate wins.
   int position = 0, bytePosition = (int)(used - bytes);
-  int point = -1;  // whether the decimal point is '.', asked at the first double
+  const TEntry* idEntry = nullptr;
+  int idType = TNone;
   for (int i = 0; i < count; i++) {
-    const wchar_t* v = values[i];
-    int n = lengths[i];
-    switch (types[i]) {
+    const TEntry& e = entries[i];
+    int type = types[i];
+    switch (type) {
+      case TNone:
+        continue;
       case TByte:
-        Values[bytePosition] = (unsigned char)(signed char)ParseInt(v, n);
-        WriteSlot(slots[i], 0x01, bytePosition++);
+        Values[bytePosition] = (unsigned char)(signed char)EntryInt(e.Text, e.Length, e.Narrow);
+        WriteSlot(e.Slot, 0x01, bytePosition++);
         break;
       case TInt: {
-        int value = ParseInt(v, n);
+        int value = EntryInt(e.Text, e.Length, e.Narrow);
         memcpy(Values + position, &value, 4);
-        WriteSlot(slots[i], 0x13, position);
+        WriteSlot(e.Slot, 0x13, position);
         position += 4;
         break;
       }
       case TDouble: {
         if (point < 0) point = PointIsDot();
-        double value = ParseDouble(v, n, point);
+        double value = EntryDouble(e.Text, e.Length, e.Narrow, point);
         memcpy(Values + position, &value, 8);
-        WriteSlot(slots[i], 0x1E, position);
+        WriteSlot(e.Slot, 0x1E, position);
         position += 8;
         break;
       }
       case TString: {
-        int log2 = StringRoomLog2(n);
-        memcpy(Values + position, v, n * sizeof(wchar_t));
-        memset(Values + position + n * sizeof(wchar_t), 0, sizeof(wchar_t));
-        WriteSlot(slots[i], (log2 << 3) | TString, position);
+        int log2 = StringRoomLog2(e.Length);
+        CopyEntry(e.Text, e.Length, e.Narrow, Values + position);
+        WriteSlot(e.Slot, (log2 << 3) | TString, position);
         position += 1 << log2;
         break;
       }
     }
+    if (e.Slot == (IIdIndex & 0xFFFF)) idEntry = &e, idType = type;
   }
 
   // Pass 3: a known id makes this element replace the earlier row. A number
-  // is written into a local buffer, as GetId would write it into scratch.
+  // is the text it was read from: the shapes read as numbers are the ones
+  // its decimal writing gives back, as GetId would write it into scratch.
   wchar_t number[24];
   const wchar_t* id;
-  unsigned char* at = nullptr;
-  int idType = GetTypeBase(IIdIndex, at);
-  if (idType == TByte || idType == TInt) IntToString(GetIntAt(idType, at), number), id = number;
-  else id = GetId();
+  if (idType == TByte || idType == TInt) {
+    for (int i = 0; i < idEntry->Length; i++)
+      number[i] = idEntry->Narrow ? ((const unsigned char*)idEntry->Text)[i] : ((const wchar_t*)idEntry->Text)[i];
+    number[idEntry->Length] = 0;
+    id = number;
+  } else {
+    id = GetId();
+  }
   if (!*id || !Tree) return;
   int entry = Tree->Ids.Get(id, 1);
   TNode* old = Tree->Ids.GetNode(entry);
@@ -687,46 +871,7 @@ void TNodeXml::TakeBlocks() {
 }
 
 wchar_t* TNodeXml::XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end) {
-  auto inside = [end](const wchar_t* p) { return (!end || p < end) && *p; };
-  while (inside(source)) {
-    if (*source != L'&') {
-      *target++ = *source++;
-      continue;
-    }
-    // Named entities are told by their first letter and where the ';' is.
-    wchar_t next[6] = {0, 0, 0, 0, 0, 0};
-    for (int i = 1; i <= 5 && inside(source + i); i++) next[i] = source[i];
-    wchar_t c = next[1];
-    if (c == L'q' && next[5] == L';') { *target++ = L'"'; source += 6; }
-    else if (c == L'l' && next[3] == L';') { *target++ = L'<'; source += 4; }
-    else if (c == L'g' && next[3] == L';') { *target++ = L'>'; source += 4; }
-    else if (c == L'a' && next[4] == L';') { *target++ = L'&'; source += 5; }
-    else if (c == L'a' && next[5] == L';') { *target++ = L'\''; source += 6; }
-    else if (c == L'#') {
-      const wchar_t* q = source + 2;
-      bool hex = next[2] == L'x' || next[2] == L'X';
-      if (hex) q++;
-      unsigned code = 0;
-      for (; inside(q); q++) {
-        wchar_t d = *q;
-        if (d >= L'0' && d <= L'9') code = code * (hex ? 16 : 10) + (d - L'0');
-        else if (hex && d >= L'a' && d <= L'f') code = code * 16 + (d - L'a' + 10);
-        else if (hex && d >= L'A' && d <= L'F') code = code * 16 + (d - L'A' + 10);
-        else break;
-      }
-      // The character that stopped the digits is consumed too; without a ';'
-      // nothing is written.
-      if (inside(q)) {
-        if (*q == L';') *target++ = (wchar_t)code;
-        q++;
-      }
-      source = q;
-    } else {
-      *target++ = *source++;
-      if (c) *target++ = *source++;
-    }
-  }
-  return target;
+  return DecodeEntities(source, target, end);
 }
 
 const wchar_t* TTree::AddDocument(TNode* element, const wchar_t* text) {
@@ -803,9 +948,40 @@ const char* TTree::SetXml(const char* text, bool discard) {
   return SetXml((const wchar_t*)buffer) ? text : nullptr;
 }
 
+namespace {
+// A regular file mapped for reading, with a page of zeros mapped behind it:
+// the text ends in NULs even where the file has grown since it was measured.
+// Its pages come from the file cache as they are read, without being zeroed
+// or copied first. Null when it cannot be mapped. A file cut shorter by
+// another process during the read would fault, as with any mapping.
+char* MapFile(int fd, size_t size, size_t& mapped) {
+  long page = sysconf(_SC_PAGESIZE);
+  if (page <= 0 || size > SIZE_MAX / 2) return nullptr;
+  mapped = ((size + page - 1) & ~((size_t)page - 1)) + page;
+  void* room = mmap(nullptr, mapped, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (room == MAP_FAILED) return nullptr;
+  if (mmap(room, size, PROT_READ, MAP_PRIVATE | MAP_FIXED, fd, 0) == MAP_FAILED) {
+    munmap(room, mapped);
+    return nullptr;
+  }
+  return (char*)room;
+}
+}  // namespace
+
 int TTree::LoadXml(const wchar_t* path) {
   FILE* file = _wfopen(path, L"rb");
   if (!file) return -1;
+  struct stat status;
+  if (fstat(fileno(file), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
+    size_t mapped = 0;
+    char* text = MapFile(fileno(file), (size_t)status.st_size, mapped);
+    if (text) {
+      fclose(file);
+      int result = ReadLoaded(text);
+      munmap(text, mapped);
+      return result;
+    }
+  }
   long size = -1;
   if (fseek(file, 0, SEEK_END) == 0) size = ftell(file);
   // A directory opens, and measures as the largest size there is.
@@ -819,20 +995,19 @@ int TTree::LoadXml(const wchar_t* path) {
   size_t read = fread(buffer, 1, size, file);
   fclose(file);
   memset(buffer + read, 0, 8);
-  // The buffer is the reader's alone: pages it has read go back at once.
-  const char* position = SetXml(buffer, true);
-  int result = 0;
-  if (!position) {
-    result = -3;
-  } else if (position != buffer) {
-    for (const unsigned char* p = (const unsigned char*)position; *p; p++)
-      if (*p > 32 && *p < 128) {
-        result = 1;
-        break;
-      }
-  }
+  int result = ReadLoaded(buffer);
   free(buffer);
   return result;
+}
+
+int TTree::ReadLoaded(const char* text) {
+  // The text is the reader's alone: pages it has read go back at once.
+  const char* position = SetXml(text, true);
+  if (!position) return -3;
+  if (position != text)
+    for (const unsigned char* p = (const unsigned char*)position; *p; p++)
+      if (*p > 32 && *p < 128) return 1;
+  return 0;
 }
 
 // ======================= writing =======================

@@ -21,8 +21,6 @@ public:
   // the caller's that nothing else reads: pages the reading has left behind
   // are given back to the system as it goes (they then read as zeros).
   const char* SetXml(const char* text, int depth, bool discard = false);
-  // Builds the record in one step from the scanned entries.
-  void SetRow(const int* indexes, const wchar_t* const* values, const int* lengths, int count);
   // Decodes entities from source up to NUL or end; returns the output's end
   // (no terminator written).
   static wchar_t* XmlToString(const wchar_t* source, wchar_t* target, const wchar_t* end);
@@ -36,6 +34,18 @@ public:
 
 private:
   struct TScan;
+  // One scanned value for slot Slot: Length wide characters, or, when
+  // Narrow, Length ASCII bytes that each stand for themselves.
+  struct TEntry {
+    const void* Text;
+    int Length;
+    int Slot;
+    bool Narrow;
+  };
+  // Builds the record in one step from the scanned entries. point: whether
+  // the locale's decimal point is '.', -1 until a double of the document
+  // asks.
+  void SetRow(const TEntry* entries, int count, int& point);
   // Reads one element from p (a wide pointer or a UTF-8 cursor) and moves p
   // behind what it read; false on failure.
   template <class P>

@@ -150,6 +150,34 @@ TEST_F(XmlTest, LaterElementWithAKnownIdReplacesTheRow) {
   EXPECT_EQ(Xml(Root()), L"<G><J/><I id=\"1\" y=\"5\" x=\"3\"><c1/></I></G>");
 }
 
+// Ids are keyed by the text the record gives back for them, from the wide
+// and the 8-bit reading alike.
+TEST_F(XmlTest, IdsAreKeyedByTheirStoredText) {
+  const struct { const char* ids; const wchar_t* keys; } cases[] = {
+      {"id=\"12\"", L"12"}, {"id=\"-5\"", L"-5"}, {"id=\"0\"", L"0"}, {"id=\"123456789\"", L"123456789"},
+      {"id=\"-12345678\"", L"-12345678"}, {"id=\"1234567890\"", L"1234567890"}, {"id=\"007\"", L"007"},
+      {"id=\"-0\"", L"-0"}, {"id=\"2.50\"", L"2.5"}, {"id=\"5\" id=\"6\"", L"6"}, {"id=\"x\" id=\"77\"", L"77"},
+      {"id=\"&#55;\"", L"7"}, {"id=\"\xC3\xA9\"", L"\u00E9"}, {"x=\"1\"", L""},
+  };
+  for (const auto& c : cases) {
+    const std::string text = std::string("<G><I ") + c.ids + "/></G>";
+    std::vector<wchar_t> wide(text.size() + 1);
+    ToUnicode(text.c_str(), wide.data());
+    TTree narrow, widened;
+    ASSERT_NE(narrow.SetXml(text.c_str()), nullptr) << c.ids;
+    ASSERT_NE(widened.SetXml(wide.data()), nullptr) << c.ids;
+    for (TTree* t : {&narrow, &widened}) {
+      wchar_t** keys = nullptr;
+      std::wstring got;
+      for (int i = 0, n = t->GetIds(keys); i < n; i++) got += keys[i];
+      EXPECT_EQ(got, c.keys) << c.ids;
+      if (*c.keys) {
+        EXPECT_EQ(t->GetElem(c.keys), t->Root->FirstChild) << c.ids;
+      }
+    }
+  }
+}
+
 TEST_F(XmlTest, DocumentsOfTheRootsNameMergeIntoOneTree) {
   ASSERT_TRUE(Load(L"<G a=\"1\" b=\"2\"><X/></G>"));
   TNode* g = Root();
@@ -216,6 +244,29 @@ TEST_F(XmlTest, LoadXmlResultCodes) {
     EXPECT_STREQ(t.Root ? t.Root->GetName() : L"-", c.root) << c.bytes;
   }
   EXPECT_EQ(tree.LoadXml(L"/nonexistent-folder/missing.xml"), -1);
+}
+
+// Files are read from a mapping: texts that fill their last page exactly, or
+// stop one byte short of it, still end where the file does.
+TEST_F(XmlTest, LoadXmlEndsWithTheFile) {
+  const long page = sysconf(_SC_PAGESIZE);
+  const std::wstring path = Path("page.xml");
+  for (long size : {page - 1, page, 2 * page, 2 * page + 1}) {
+    std::string text = "<a x=\"1\">" + std::string(size - 13, 'y') + "</a>";
+    ASSERT_EQ((long)text.size(), size);
+    std::ofstream(std::string(path.begin(), path.end()), std::ios::binary) << text;
+    TTree t;
+    ASSERT_EQ(t.LoadXml(path.c_str()), 0) << size;
+    EXPECT_EQ(Xml(t.Root), std::wstring(text.begin(), text.end())) << size;
+  }
+  // Wide text behind its mark, its last character cut to two bytes.
+  std::string wide("\xFF\xFE\0\0", 4);
+  for (const wchar_t* c = L"<w z=\"7\"/>"; *c; c++) wide.append((const char*)c, sizeof(wchar_t));
+  wide += std::string("\x41\0", 2);
+  std::ofstream(std::string(path.begin(), path.end()), std::ios::binary) << wide;
+  TTree t;
+  EXPECT_EQ(t.LoadXml(path.c_str()), 1);
+  EXPECT_EQ(Xml(t.Root), L"<w z=\"7\"/>");
 }
 
 TEST_F(XmlTest, WriterBasicForms) {
@@ -384,6 +435,21 @@ TEST_F(Utf8ScanTest, DocumentsReadAsTheirWidenedCopies) {
       "<a \xC3\x83\xC2\x83=\"1\" \xC3\x83=\"2\" _0F=\"8\" _0F\xC3\x83=\"3\" \xC3\x83\xC2\x83=\"4\"/>",
       "<a b='x\"y' c=\"x'y\" d='' e=\"\"/>", "<a b=\"abc", "<a b='abc\x7F\x01'/>",
       "<G><B><I id=\"1\" Name=\"\xC3\xA9\"/><I id=\"2\" Name=\"x\"/><I id=\"3\" N\xC3\xA9me=\"y\"/></B></G>",
+      // Plain values typed from their bytes: every number shape, numeric and
+      // padded ids, the flags marker, a later duplicate.
+      "<G><B><I id=\"-5\" a=\"0\" b=\"99\" c=\"-0\" d=\"007\" e=\"0.50\" f=\"-.5\" g=\"1.\" h=\"123456789\""
+      " i=\"1234567890\" j=\"12345.123456789\" k=\"1.1234567890\" l=\"1234567890123456\" m=\"1e5\" n=\" 1\""
+      " _0F=\"1x\" a=\"x\"/><I id=\"007\" b='-12'/><I id='-5' z=\"9\"/></B></G>",
+      // Attribute starts read by byte, and the shapes that leave it to the
+      // general path: blanks around '=', marks inside names, non-ASCII names.
+      "<a b =\"1\" c= \"2\" d\t=\t'3' e>f=\"4\" g/h=\"5\" =\"6\"/>", "<a\n\tb=\"1\"\r\nc='2'/>",
+      "<a b=\"1\"c=\"2\"/>", "<a b=\"1\" \xC3\xA9x=\"2\" x\xC3\xA9=\"3\" y\xC0\xBD\"4\" z=\xC0\xA2" "5\"/>",
+      "<a b=x/>", "<a b=\"1\" /  >", "<a b=", "<a b=\"", "<a b=\"1\"", "<a b=\"1\" c='&amp;'/>",
+      // ASCII values with entities, decoded from their bytes: cut short at
+      // the quote, numeric forms, the flags marker read undecoded.
+      "<a b=\"x&amp\" c='&#65;&#x42;&#X43&#;&q;&quot;&apos;&lt;&gt;&' d=\"&amp;&amp;\" e='&ap'/>",
+      "<a b=\"&#1234567890123;&#x1F600;&#xZ;\" _0F=\"&#49;\" c=\"&lt\" d=\"1&amp;2\" e='a\"&amp;'/>",
+      "<a b=\"&amp;\xC3\xA9\" c=\"&amp;x", "<a b=\"&amp;",
   };
   for (const char* d : documents) ExpectSame(d);
 }
@@ -518,6 +584,31 @@ TEST_F(XmlTest, DecimalsReadAsWcstodReadsThem) {
     memcpy(&read, p, 8);
     EXPECT_EQ(memcmp(&read, &expected, 8), 0) << t;
   }
+}
+
+// Pages given back behind the reading read as zeros in a heap buffer; values
+// of an element still open there must survive them.
+TEST_F(XmlTest, OpenElementsKeepTheirValuesWhilePagesGoBack) {
+  std::string text = "<G><!--" + std::string(3 * sysconf(_SC_PAGESIZE), '-') + "-->";
+  text += "<B a=\"kept in place\" n=\"12345\" d=\"&amp;x\">";
+  for (int i = 0; text.size() < (12u << 20); i++) text += "<I id=\"" + std::to_string(i) + "\" v=\"row value\"/>\n";
+  text += "</B></G>";
+  // Page-aligned heap memory of its own, as a file read into memory has.
+  size_t size = (text.size() + 1 + 65535) & ~(size_t)65535;
+  char* buffer = (char*)aligned_alloc(65536, size);
+  ASSERT_NE(buffer, nullptr);
+  memcpy(buffer, text.c_str(), text.size() + 1);
+  TNodeXml* root = static_cast<TNodeXml*>(tree.CreateElement(nullptr));
+  ASSERT_NE(root->SetXml(buffer, 0, true), nullptr);
+  free(buffer);
+  TNode* b = root->FirstChild;
+  ASSERT_NE(b, nullptr);
+  EXPECT_STREQ(b->GetString(L"a"), L"kept in place");
+  EXPECT_STREQ(b->GetString(L"d"), L"&x");
+  const std::wstring start = L"<B a=\"kept in place\" n=\"12345\" d=\"&amp;x\"><I";
+  EXPECT_EQ(Xml(b).substr(0, start.size()), start);
+  EXPECT_STREQ(b->LastChild->GetString(L"v"), L"row value");
+  TNode::Delete(root);
 }
 
 // A large file's buffer is given back page by page behind the reading; the
