@@ -328,8 +328,18 @@ wchar_t* TGridGet::WritePageTable(wchar_t* cursor, wchar_t*& start, wchar_t*& en
 wchar_t* TGridGet::WritePageValue(wchar_t* cursor, wchar_t*& start, wchar_t*& end, TNode* page, int index) {
   unsigned char* p = nullptr;
   int type = page->GetType(index, p);
-  if (type == TByte || type == TInt) return TData::IntToString(page->GetInt(index), cursor);
-  if (type == TDouble) return TData::ToString(page->GetDouble(index), cursor, Tree->Precision);
+  // Numbers are read where the lookup found them, own or the default's.
+  if (type == TByte) return TData::IntToString((signed char)*p, cursor);
+  if (type == TInt) {
+    int value;
+    memcpy(&value, p, sizeof value);
+    return TData::IntToString(value, cursor);
+  }
+  if (type == TDouble) {
+    double value;
+    memcpy(&value, p, sizeof value);
+    return TData::ToString(value, cursor, Tree->Precision);
+  }
   if (type != TString) return cursor;
   // Most page values are short texts that need no escaping; those are copied
   // straight from the record, which may hold them unaligned.
