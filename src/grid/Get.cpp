@@ -52,6 +52,18 @@ int TextKey(const wchar_t* text) {
   return (int)((first << 16) + second - 0x80000000u);
 }
 
+// Length of a text as a record stores it (perhaps unaligned); plain turns
+// false when it holds a character that XML escapes.
+size_t StoredTextLength(const unsigned char* p, bool& plain) {
+  size_t length = 0;
+  for (;; length++, p += sizeof(wchar_t)) {
+    wchar_t c;
+    memcpy(&c, p, sizeof c);
+    if (!c) return length;
+    if (c == L'&' || c == L'<' || c == L'>' || c == L'"') plain = false;
+  }
+}
+
 // Records that hold text point their Full at their own text when the value
 // wasn't a string; the array moves when it grows, so these follow it.
 void RebaseFull(TSortNode* nodes, int count) {
@@ -316,14 +328,27 @@ wchar_t* TGridGet::WritePageTable(wchar_t* cursor, wchar_t*& start, wchar_t*& en
 wchar_t* TGridGet::WritePageValue(wchar_t* cursor, wchar_t*& start, wchar_t*& end, TNode* page, int index) {
   unsigned char* p = nullptr;
   int type = page->GetType(index, p);
-  if (type == TByte || type == TInt) return TData::IntToString(page->GetInt(index), cursor);
-  if (type == TDouble) return TData::ToString(page->GetDouble(index), cursor, Tree->Precision);
+  // Numbers are read where the lookup found them, own or the default's.
+  if (type == TByte) return TData::IntToString((signed char)*p, cursor);
+  if (type == TInt) {
+    int value;
+    memcpy(&value, p, sizeof value);
+    return TData::IntToString(value, cursor);
+  }
+  if (type == TDouble) {
+    double value;
+    memcpy(&value, p, sizeof value);
+    return TData::ToString(value, cursor, Tree->Precision);
+  }
   if (type != TString) return cursor;
-  const wchar_t* text = page->GetString(index);
-  size_t length = wcslen(text);
+  // Most page values are short texts that need no escaping; those are copied
+  // straight from the record, which may hold them unaligned.
+  bool plain = true;
+  size_t length = StoredTextLength(p, plain);
   if (!Ensure(cursor, start, end, length * 6 + 64)) return nullptr;
-  if (wcspbrk(text, L"&<>\"")) return TNodeXml::StringToXml(text, cursor);
-  return wmemcpy(cursor, text, length) + length;
+  if (!plain) return TNodeXml::StringToXml(page->GetString(index), cursor);
+  memcpy(cursor, p, length * sizeof(wchar_t));
+  return cursor + length;
 }
 
 // ---- page ----

@@ -494,8 +494,12 @@ void TGridUpdate::ReadIdSettings(TIds* ids) {
 void TGridUpdate::FindLastId(TIds* ids) {
   wchar_t** keys;
   int count = Tree->GetIds(keys);
+  int skipped = SkippedIds();
   int longest = ids->PrefixLength + ids->PostfixLength;
-  for (int i = SkippedIds(); i < count; i++) {
+  int found = -1;
+  int i = ResumeLastIdScan(ids, skipped, count, longest);
+  if (i > skipped) found = LastIdScan.Found;
+  for (; i < count; i++) {
     const wchar_t* id = keys[i];
     if (!id) continue;
     size_t size = wcslen(id);
@@ -505,7 +509,29 @@ void TGridUpdate::FindLastId(TIds* ids) {
     if (!higher) continue;
     wcscpy(ids->LastId, id);
     longest = length;
+    found = i;
   }
+  LastIdScan.Texts[0] = ids->Texts[0];
+  LastIdScan.Texts[1] = ids->Texts[1];
+  LastIdScan.Texts[2] = ids->Texts[2];
+  LastIdScan.Skipped = skipped;
+  LastIdScan.Scanned = count;
+  LastIdScan.Found = found;
+  LastIdScan.Longest = longest;
+}
+
+int TGridUpdate::ResumeLastIdScan(TIds* ids, int skipped, int count, int& longest) {
+  const TLastIdScan& scan = LastIdScan;
+  bool same = scan.Skipped == skipped && scan.Scanned >= skipped && scan.Scanned <= count;
+  for (int t = 0; t < 3 && same; t++) same = scan.Texts[t] == ids->Texts[t];
+  if (!same) return skipped;
+  if (scan.Found >= 0) {
+    wchar_t** keys;
+    Tree->GetIds(keys);
+    wcscpy(ids->LastId, keys[scan.Found]);
+    longest = scan.Longest;
+  }
+  return scan.Scanned;
 }
 
 // The ids of Header, Toolbar and Cfg stand first in the table.

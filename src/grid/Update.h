@@ -68,6 +68,17 @@ public:
   TNode* Changes;
 
 private:
+  // Where the last search for the highest id stopped. The id table only ever
+  // appends keys (a removed id keeps its key) for the tree's life, so a later
+  // search with the same settings resumes behind the keys already seen.
+  struct TLastIdScan {
+    std::wstring Texts[3];  // IdChars, IdPrefix, IdPostfix searched with
+    int Skipped = -1;       // section ids passed over; -1 nothing searched yet
+    int Scanned = 0;        // keys seen
+    int Found = -1;         // entry of the highest id; -1 none
+    int Longest = 0;        // its length, or the shortest possible id
+  };
+
   // What one Save carries from change to change.
   struct TSaveRun {
     TIds Ids;
@@ -108,8 +119,13 @@ private:
   void ReadTimeZone();
   void ReadIdSettings(TIds* ids);
   void FindLastId(TIds* ids);
+  // Resumes LastIdScan when the settings and the sections it passed over are
+  // unchanged: fills ids->LastId and returns the first key still to see.
+  int ResumeLastIdScan(TIds* ids, int skipped, int count, int& longest);
   int SkippedIds();
   bool IsHigherId(const TIds* ids, const wchar_t* id, int length) const;
   bool IsIdText(const TIds* ids, const wchar_t* id) const;
   void NextId(TIds* ids);
+
+  TLastIdScan LastIdScan;
 };

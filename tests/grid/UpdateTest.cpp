@@ -93,6 +93,37 @@ TEST_F(UpdateTest, LastIdAndTheNextOne) {
   EXPECT_EQ(LastId(), L"12");
 }
 
+// A grid asked again and again, while ids and settings change in between,
+// answers as a grid made afresh from the same ids and settings.
+TEST_F(UpdateTest, LastIdAskedAgainMatchesAFreshGrid) {
+  const struct { std::wstring cfg; std::vector<std::wstring> added; } steps[] = {
+      {L"IdChars='0123456789'", {}},
+      {L"IdChars='0123456789'", {L"7"}},
+      {L"IdChars='0123456789'", {L"123", L"5"}},
+      // Same length: compared by digits only, whatever the other characters.
+      {L"IdChars='0123456789'", {L"99x", L"124"}},
+      {L"IdChars='0123456789x'", {}},
+      {L"IdChars='0123456789x' IdPrefix='9'", {L"9999"}},
+      {L"IdChars='0123456789' IdPrefix='' IdPostfix='4'", {}},
+      {L"IdChars='0123456789' IdPostfix=''", {L"00000"}},
+  };
+  std::vector<std::wstring> ids = {L"5", L"41"};
+  WithIds(steps[0].cfg, ids);
+  std::unique_ptr<TTestGrid> asked = std::move(grid);
+  for (auto& step : steps) {
+    asked->AddCfg((L"<Grid><Cfg " + step.cfg + L"/></Grid>").c_str());
+    for (const std::wstring& id : step.added) {
+      asked->Body->FirstChild->AppendChild(asked->Tree->CreateElement(L"I"))->SetId(id.c_str());
+      ids.push_back(id);
+    }
+    TIds first, second;
+    std::wstring answer = asked->GetLastId(&first);
+    EXPECT_EQ(asked->GetLastId(&second), answer) << step.cfg;
+    WithIds(step.cfg, ids);
+    EXPECT_EQ(answer, LastId()) << step.cfg << L" after " << ids.back();
+  }
+}
+
 TEST_F(UpdateTest, SetIdGivesDescendantsIdsDepthFirst) {
   Create(L"<Grid><Cfg IdChars='0123456789'/><Body><B><I id='41'/><I id='x'><I id='y'><I id='z'/></I>"
          L"<I id='w'/></I></B></Body></Grid>");
