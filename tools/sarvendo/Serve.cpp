@@ -185,11 +185,25 @@ void AddRoutes(httplib::Server& server, Sessions& sessions) {
   });
 }
 
+// The layout without the rows (Cfg, defaults, columns, header), which the
+// page reads to know the columns; the engine writes it to a file only.
+std::string LayoutOf(const Grid& grid) {
+  char name[] = "/tmp/sarvendo-layout-XXXXXX";
+  int file = mkstemp(name);
+  if (file < 0) throw Failure("cannot make a temporary file");
+  close(file);
+  int result = SaveToFileA(grid.Index(), name, 8 | 64);
+  std::string layout = result == 0 ? ReadInput(name) : std::string();
+  unlink(name);
+  if (result != 0) throw Failure("the layout could not be written (code " + std::to_string(result) + ")");
+  return layout;
+}
+
 }  // namespace
 
 int Serve(const ServeOptions& options) {
   // A grid loaded up front tells a bad document before the server starts.
-  { Grid check(options.documents, true); }
+  std::string layout = LayoutOf(Grid(options.documents, true));
   std::string web = WebFolder(options.web);
   if (!IsFolder(web)) throw Failure("no page folder '" + web + "'");
 
@@ -198,6 +212,9 @@ int Serve(const ServeOptions& options) {
   server.set_payload_max_length(MaxRequest);
   server.set_mount_point("/", web);
   AddRoutes(server, sessions);
+  server.Get("/layout", [&layout](const httplib::Request&, httplib::Response& response) {
+    response.set_content(layout, "text/xml; charset=utf-8");
+  });
 
   int port = options.port;
   if (port == 0) {
