@@ -181,8 +181,10 @@ function drawPager() {
 }
 
 async function download() {
-  const cols = state.cols.map((c) => `<C Name="${esc(c.name)}"/>`).join("");
-  const blob = await (await post("export", `<Grid><Cols>${cols}</Cols></Grid>`)).blob();
+  // All rows as if expanded, as an outline with the tree indented.
+  const cols = state.cols.map((c, i) => `<C Name="${esc(c.name)}" Visible="1" Width="${i ? 90 : 200}"/>`).join("");
+  const request = `<Grid><Cfg ExportType="expanded,outline,indent"/><Cols>${cols}</Cols></Grid>`;
+  const blob = await (await post("export", request)).blob();
   const link = document.createElement("a");
   link.href = URL.createObjectURL(blob);
   link.download = "grid.html";
