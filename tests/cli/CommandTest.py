@@ -2,9 +2,13 @@
 """The sarvendo command from a shell: responses, saving, timing and the
 one-line errors. Usage: CommandTest.py SARVENDO WORKDIR"""
 import os
+import re
 import subprocess
 import sys
+import threading
 import unittest
+import urllib.error
+import urllib.request
 
 COMMAND = sys.argv[1]
 WORK = sys.argv[2]
@@ -80,6 +84,67 @@ class Saving(unittest.TestCase):
         self.assertEqual(run("cells", LAYOUT, out, "--row", "O1", "--col", "Quantity").stdout, "42\n")
         with open(out, encoding="utf-8") as saved:
             self.assertNotIn('id="O3"', saved.read())
+
+
+class Serving(unittest.TestCase):
+    """Browsers at once, each with its own grid: one's sort and save never reach another."""
+
+    def setUp(self):
+        self.server = subprocess.Popen([COMMAND, "serve", LAYOUT, ROWS, "--port", "0"], stdout=subprocess.PIPE,
+                                       stderr=subprocess.PIPE, text=True)
+        line = self.server.stdout.readline()
+        self.url = re.match(r"serving (http://127\.0\.0\.1:\d+)/", line).group(1)
+
+    def tearDown(self):
+        self.server.terminate()
+        self.server.wait(timeout=30)
+        self.server.stdout.close()
+        self.server.stderr.close()
+
+    def browser(self):
+        opener = urllib.request.build_opener(urllib.request.ProxyHandler({}), urllib.request.HTTPCookieProcessor())
+
+        def post(path, body):
+            try:
+                with opener.open(urllib.request.Request(self.url + path, data=body.encode(), method="POST")) as reply:
+                    return reply.status, reply.read().decode()
+            except urllib.error.HTTPError as error:
+                return error.code, error.read().decode()
+        return post
+
+    def first_customer(self, post, sort):
+        post("/body", f'<Grid><Cfg PageLength="10" Sort="{sort}" Sorting="1"/></Grid>')
+        return re.search(r'Def="Customer" Name="([^"]*)"', post("/page", '<Grid><Body><B Pos="0"/></Body></Grid>')[1])[1]
+
+    def test_sessions_keep_their_own_sort_while_running_together(self):
+        browsers = [(self.browser(), sort, first) for sort, first in
+                    [("Name", "Ada Adler"), ("-Name", "Tomás Dvořák")] * 3]
+        failures = []
+
+        def work(post, sort, first):
+            for _ in range(20):
+                got = self.first_customer(post, sort)
+                if got != first:
+                    failures.append((sort, got))
+        threads = [threading.Thread(target=work, args=b) for b in browsers]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(failures, [])
+
+    def test_save_stays_in_its_session_and_bad_requests_are_refused(self):
+        one, two = self.browser(), self.browser()
+        cell = "row=O1&col=Quantity"
+        self.assertEqual(one("/save", '<Grid><Changes><I id="O1" Quantity="33"/></Changes></Grid>'),
+                         (200, '<Grid><IO Result="0"/></Grid>'))
+        self.assertEqual(one("/cells", cell), (200, "33"))
+        self.assertEqual(two("/cells", cell), (200, "17"))
+        for path in ["/body", "/page", "/export", "/save"]:
+            with self.subTest(path=path):
+                self.assertEqual(one(path, "<Grid><x")[0], 400)
+        self.assertEqual(one("/page", '<Grid><Body><B Pos="99"/></Body></Grid>')[0], 400)
+        self.assertIsNone(self.server.poll())
 
 
 class Errors(unittest.TestCase):

@@ -76,11 +76,13 @@ public:
     token = NewToken();
     auto entry = std::make_unique<Entry>(options_.documents);
     Entry& made = *entry;
+    Touch(made);  // before the table opens, so the reaper never takes it for idle
     grids_.emplace(token, std::move(entry));
     write.unlock();
     std::shared_lock<std::shared_mutex> read(table_);
-    Touch(made);
-    work(made.grid.Index());
+    auto found = grids_.find(token);
+    if (found == grids_.end()) throw Failure("the session ended");
+    work(found->second->grid.Index());
   }
 
 private:
