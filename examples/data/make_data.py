@@ -12,6 +12,7 @@ FIRST = ["Ada", "Björn", "Chiara", "Dmitri", "Elif", "Farah", "Gustav", "Hana",
          "Kofi", "Lena", "Mateo", "Noor", "Olga", "Pavel", "Quinn", "Rosa", "Søren", "Tomás"]
 LAST = ["Adler", "Brandt", "Costa", "Dvořák", "Eriksen", "Fischer", "García", "Horvat", "Ito", "Jansen"]
 NOTES = ["", "", "", "Call before delivery", "Gift wrap", "Leave at the door", "Invoice by mail"]
+REGIONS = ["North", "East", "South", "West", "Centre"]
 DAY = 86400000
 START = 1735689600000  # 2025-01-01 UTC in milliseconds
 
@@ -42,7 +43,7 @@ for c in range(40):
                              f'Ordered="{int(attrs["Ordered"]) + p * DAY}" Status="2"/>')
         text = "".join(f" {k}={quoteattr(v)}" for k, v in attrs.items())
         orders.append(f"<I{text}>{''.join(parts)}</I>" if parts else f"<I{text}/>")
-    rows.append(f'<I id="C{c + 1}" Def="Customer" Name={quoteattr(name)}>\n  ' + "\n  ".join(orders) + "\n</I>")
+    rows.append(f'<I id="C{c + 1}" Def="Customer" Name={quoteattr(name)} Region="{REGIONS[c % len(REGIONS)]}">\n  ' + "\n  ".join(orders) + "\n</I>")
 
 with open("data.xml", "w", encoding="utf-8") as out:
     out.write('<?xml version="1.0"?>\n<Grid>\n<Body><B>\n' + "\n".join(rows) + "\n</B></Body>\n</Grid>\n")
