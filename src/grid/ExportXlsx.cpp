@@ -402,7 +402,7 @@ void TXlsxWriter::WriteNumber(TNode* row, int i, int at) {
   }
   // A mask that reads as a number ("0.00") is kept by the tree as that
   // number, its decimals lost: only masks kept as text are translated.
-  Wide = row->GetTypeBase(names.Format) == TString ? row->GetString(names.Format) : L"";
+  Wide = row->GetType(names.Format) == TString ? row->GetString(names.Format) : L"";
   worksheet_write_number(Sheet, Row, at, value, FormatOf(NumberMask(Wide.c_str()), false));
 }
 
