@@ -171,7 +171,9 @@ std::string FolderOf(const std::string& path) {
 }  // namespace
 
 // Writes one sheet of the export through the workbook library. Rows go in
-// order; each visit of the shared walks becomes one sheet row.
+// order; each visit of the shared walks becomes one sheet row. The outline
+// is always on: the rows under a closed row go out hidden, so the sheet can
+// open them, where the HTML document leaves them out without "outline".
 class TXlsxWriter {
 public:
   TXlsxWriter(TGridExport& grid, const TExportCol* cols, int count, int options)
