@@ -81,6 +81,17 @@ SARVENDO_API char* GetLastIdA(int index);
 /* The grid as an HTML document for spreadsheet programs. */
 SARVENDO_API wchar_t* GetExport(int index, const wchar_t* xml);
 SARVENDO_API char* GetExportA(int index, const char* xml);
+/* The same export as an .xlsx workbook written to path (UTF-8 in both forms): one sheet, typed cells,
+   the outline of tree and group rows, the header frozen and filtered. Written beside path and renamed
+   onto it, so a failure leaves no half-written file. 0 done; -1 no grid; -3 a request that can't be
+   parsed; SARVENDO_UNWRITABLE the file can't be written; SARVENDO_UNAVAILABLE the library was built
+   without the workbook writer; SARVENDO_TOO_MANY_ROWS more rows than a sheet holds (1,048,576 with
+   the header): refused, no file is written. */
+SARVENDO_API int SaveExportXlsx(int index, const wchar_t* xml, const wchar_t* path);
+SARVENDO_API int SaveExportXlsxA(int index, const char* xml, const char* path);
+#define SARVENDO_UNWRITABLE (-4)
+#define SARVENDO_UNAVAILABLE (-5)
+#define SARVENDO_TOO_MANY_ROWS (-6)
 
 /* Storing */
 

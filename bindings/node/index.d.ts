@@ -42,6 +42,9 @@ export function getChanges(index: number, flags?: number): string | null;
 export function setGridLocale(index: number, name: string): number;
 /** The grid as an HTML document for spreadsheet programs. */
 export function getExport(index: number, xml?: string | null): string | null;
+/** The same export as an .xlsx workbook at path: 0, -1 no grid, -3 bad request, -4 can't be written,
+ *  -5 not available in this build, -6 more rows than a sheet holds. */
+export function saveExportXlsx(index: number, xml: string | null, path: string): number;
 /** The IO Session of a document: empty text when IO has none; null without IO or for XML that can't be parsed. */
 export function getSession(xml: string): string | null;
 /** The session of a grid; null if there is no grid. */
@@ -65,3 +68,5 @@ export function saveToFileAsync(index: number, fileName: string, flags?: number)
 export function getDataAsync(index: number): Promise<string | null>;
 /** getExport on Node's worker pool. */
 export function getExportAsync(index: number, xml?: string | null): Promise<string | null>;
+/** saveExportXlsx on Node's worker pool. */
+export function saveExportXlsxAsync(index: number, xml: string | null, path: string): Promise<number>;

@@ -83,6 +83,10 @@ public class Server {
   /** The grid as an HTML document for spreadsheet programs. */
   public native String GetExport(int index, String xml);
 
+  /** The same export as an .xlsx workbook at path; 0, -1 no grid, -3 bad request, -4 can't be written,
+      -5 not available in this build, -6 more rows than a sheet holds. */
+  public native int SaveExportXlsx(int index, String xml, String path);
+
   /** The IO Session of a document; null when it has none. */
   public native String GetSession(String xml);
 

@@ -138,6 +138,14 @@ char* GetExportA(int index, const char* xml) {
   return Guard(NoUtf8, [&] { return Grids.GetExport(index, xml, nullptr); });
 }
 
+int SaveExportXlsx(int index, const wchar_t* xml, const wchar_t* path) {
+  return Guard(-1, [&] { return Grids.SaveExportXlsx(index, xml, path); });
+}
+
+int SaveExportXlsxA(int index, const char* xml, const char* path) {
+  return Guard(-1, [&] { return Grids.SaveExportXlsx(index, xml, path); });
+}
+
 // Storing
 
 int Save(int index, const wchar_t* xml) { return Guard(-1, [&] { return Grids.Save(index, xml, 0); }); }

@@ -405,6 +405,10 @@ wchar_t* TGrids::GetCells(int index, const wchar_t* rowId, const wchar_t* column
                  [&](TGrid* grid) { return grid->GetCells(rowId, column, flags, format, outLength); });
 }
 
+int TGrids::SaveExportXlsx(int index, const wchar_t* xml, const wchar_t* path) {
+  return Forward(index, -1, [&](TGrid* grid) { return grid->SaveExportXlsx(xml, path); });
+}
+
 int TGrids::Save(int index, const wchar_t* xml, int flags) {
   return Forward(index, -1, [&](TGrid* grid) { return grid->Save(xml, flags); });
 }
@@ -464,6 +468,10 @@ char* TGrids::GetExport(int index, const char* xml, int* outLength) {
 char* TGrids::GetCells(int index, const char* rowId, const char* column, int flags, const char* format,
                        int* outLength) {
   return Narrow(GetCells(index, TWideArg(rowId), TWideArg(column), flags, TWideArg(format), nullptr), outLength);
+}
+
+int TGrids::SaveExportXlsx(int index, const char* xml, const char* path) {
+  return SaveExportXlsx(index, TWideArg(xml), TWideArg(path));
 }
 
 int TGrids::Save(int index, const char* xml, int flags) { return Save(index, TWideArg(xml), flags); }

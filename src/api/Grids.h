@@ -81,6 +81,8 @@ public:
   char* GetPage(int index, const char* xml, int* outLength);
   wchar_t* GetExport(int index, const wchar_t* xml, int* outLength);
   char* GetExport(int index, const char* xml, int* outLength);
+  int SaveExportXlsx(int index, const wchar_t* xml, const wchar_t* path);
+  int SaveExportXlsx(int index, const char* xml, const char* path);
   wchar_t* GetCells(int index, const wchar_t* rowId, const wchar_t* column, int flags, const wchar_t* format,
                     int* outLength);
   char* GetCells(int index, const char* rowId, const char* column, int flags, const char* format, int* outLength);

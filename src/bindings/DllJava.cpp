@@ -179,6 +179,14 @@ JNIEXPORT jint JNICALL Java_Sarvendo_Server_SaveToFile(JNIEnv* env, jobject, jin
   return BindingGuard(-1, [&] { return Grids.SaveToFile(index, TJavaArg(env, fileName, true), flags); });
 }
 
+// The path goes as Java's text: the engine writes its name in UTF-8.
+JNIEXPORT jint JNICALL Java_Sarvendo_Server_SaveExportXlsx(JNIEnv* env, jobject, jint index, jstring xml,
+                                                           jstring path) {
+  return BindingGuard(-1, [&] {
+    return Grids.SaveExportXlsx(index, TJavaArg(env, xml, false), TJavaArg(env, path, false));
+  });
+}
+
 JNIEXPORT jstring JNICALL Java_Sarvendo_Server_GetData(JNIEnv* env, jobject, jint index) {
   return BindingGuard(NoString, [&] {
     int length = -1;

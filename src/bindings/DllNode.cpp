@@ -136,7 +136,8 @@ const TOperation Operations[] = {
        return Text(GetCellsA(a[0].Number, a[1].Str(), a[3].Number, a[2].Str(), a[4].Str()));
      },
      false},
-    // The .xlsx export joins this table once the engine exports it.
+    {"saveExportXlsx", "its",
+     [](const TArgs& a) { return Code(SaveExportXlsxA(a[0].Number, a[1].Str(), a[2].Str())); }, true},
 };
 
 const size_t OperationCount = sizeof(Operations) / sizeof(Operations[0]);

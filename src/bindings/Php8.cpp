@@ -122,6 +122,14 @@ PHP_FUNCTION(SVSaveToFile) {
   RETURN_LONG(SaveToFileA((int)index, name, (int)flags));
 }
 
+PHP_FUNCTION(SVSaveExportXlsx) {
+  zend_long index;
+  char *xml, *path;
+  size_t xmlLength, pathLength;
+  SV_PARSE("lss", &index, &xml, &xmlLength, &path, &pathLength);
+  RETURN_LONG(SaveExportXlsxA((int)index, xml, path));
+}
+
 PHP_FUNCTION(SVGetData) {
   zend_long index;
   SV_PARSE("l", &index);
@@ -253,7 +261,7 @@ const zend_function_entry Functions[] = {
     PHP_FE(SVSetDebug, TwoArgs) PHP_FE(SVEnterRead, NoArgs) PHP_FE(SVLeaveRead, NoArgs)
     PHP_FE(SVEnterWrite, NoArgs) PHP_FE(SVLeaveWrite, NoArgs) PHP_FE(SVSetGridLocale, TwoArgs)
     PHP_FE(SVGetExport, TwoArgs) PHP_FE(SVGetSession, OneArg) PHP_FE(SVGetGridSession, OneArg)
-    PHP_FE(SVGetCells, FiveArgs) PHP_FE_END};
+    PHP_FE(SVGetCells, FiveArgs) PHP_FE(SVSaveExportXlsx, ThreeArgs) PHP_FE_END};
 
 zend_module_entry SarvendoModule = {STANDARD_MODULE_HEADER, "sarvendo", Functions, nullptr, nullptr, nullptr,
                                     nullptr, nullptr, "1.0", STANDARD_MODULE_PROPERTIES};

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "grid/ExportWalk.h"
 #include "tree/System.h"
 
 // The output: one growing buffer written at one cursor. Each write checks
@@ -60,25 +61,13 @@ struct TExportSink {
 
 namespace {
 
-const wchar_t* const SectionNames[3] = {L"Left", L"Mid", L"Right"};
+using ExportWalk::IsPresentZero;
+
 const wchar_t* const SectionTags[3] = {L"LeftCols", L"Cols", L"RightCols"};
 const wchar_t* const OptionWords[7] = {L"filtered", L"expanded", L"strings", L"hidden",
                                        L"outline", L"indent", L"dates"};
 
 bool Starts(const wchar_t* text, const wchar_t* prefix) { return wcsncmp(text, prefix, wcslen(prefix)) == 0; }
-
-// Kind, or the element name where the row has no Kind.
-bool IsKind(TNode* row, const wchar_t* kind, bool byName) {
-  return wcscmp(row->GetString(L"Kind"), kind) == 0 || (byName && wcscmp(row->GetName(), kind) == 0);
-}
-
-bool IsSkippedKind(TNode* row, bool byName) {
-  for (const wchar_t* kind : {L"User", L"Space", L"Search", L"Pager", L"Group"})
-    if (IsKind(row, kind, byName)) return true;
-  return false;
-}
-
-bool IsPresentZero(TNode* node, int index) { return node->Has(index) && node->GetInt(index) == 0; }
 
 // The spreadsheet class of a date by the spelling of its format.
 const wchar_t* DateClass(const wchar_t* format) {
@@ -109,19 +98,9 @@ void TGridExport::UpdateExport() {
 
 wchar_t* TGridExport::GetExport(const wchar_t* xml, int* outLength) {
   if (outLength) *outLength = 0;
-  if (!Tree->Root || !Cfg || !Body) return nullptr;
-  UpdateExport();
-  std::unique_ptr<TTree> request(new TTree());
-  if (!xml || !request->SetXml(xml) || !request->Root) return nullptr;
-  TNode* requestCfg = request->Root->GetChildByName(L"Cfg", false);
-  MainCol = Cfg->GetString(L"MainCol");
-  GroupText.clear();
-  if (Cfg->GetInt(L"GroupTree") && Cfg->GetInt(L"Grouped")) GroupText = Cfg->GetString(L"Group");
   std::unique_ptr<TExportCol[]> cols(new TExportCol[MaxExportCols]);
-  int count = ReadColumns(request->Root, cols.get());
-  for (int i = 0; i < FixedRows.Count; i++) CalcRow(FixedRows.Items[i]);
-  int options = ReadOptions(requestCfg);
-  request.reset();
+  int count = 0, options = 0;
+  if (!ReadRequest(xml, cols.get(), count, options)) return nullptr;
 
   wchar_t* buffer = (wchar_t*)malloc(FirstBuffer * sizeof(wchar_t));
   if (!buffer) return nullptr;
@@ -145,6 +124,21 @@ wchar_t* TGridExport::GetExport(const wchar_t* xml, int* outLength) {
   }
   if (outLength) *outLength = (int)(sink.Out - sink.Buffer);
   return sink.Buffer;
+}
+
+bool TGridExport::ReadRequest(const wchar_t* xml, TExportCol* cols, int& count, int& options) {
+  if (!Tree->Root || !Cfg || !Body) return false;
+  UpdateExport();
+  std::unique_ptr<TTree> request(new TTree());
+  if (!xml || !request->SetXml(xml) || !request->Root) return false;
+  TNode* requestCfg = request->Root->GetChildByName(L"Cfg", false);
+  MainCol = Cfg->GetString(L"MainCol");
+  GroupText.clear();
+  if (Cfg->GetInt(L"GroupTree") && Cfg->GetInt(L"Grouped")) GroupText = Cfg->GetString(L"Group");
+  count = ReadColumns(request->Root, cols);
+  for (int i = 0; i < FixedRows.Count; i++) CalcRow(FixedRows.Items[i]);
+  options = ReadOptions(requestCfg);
+  return true;
 }
 
 // The request's columns in section order; columns the grid doesn't know are
@@ -271,9 +265,10 @@ void TGridExport::WriteHead(TExportSink& sink, int options, const TExportCol* co
 // Without a Header element the captions are the columns' names.
 void TGridExport::WriteHeader(TExportSink& sink, TExportCol* cols, int count) {
   TNode* header = Tree->Root->GetChildByName(L"Header", false);
-  if (header && IsPresentZero(header, header->GetIndex(L"CanExport", 0))) return;
-  if (header && header->GetInt(L"Rows") > 1) WriteHeaderRows(sink, header, cols, count);
-  else WriteCaptionRow(sink, header, cols, count);
+  WalkHeader(header, [&](int r, bool caption) {
+    if (caption) WriteCaptionRow(sink, header, cols, count);
+    else WriteHeaderRow(sink, header, cols, count, r);
+  });
 }
 
 wchar_t* TGridExport::FillHeader(wchar_t* out, TNode* header, TExportCol* cols, int count) {
@@ -303,66 +298,29 @@ void TGridExport::WriteCaptionRow(TExportSink& sink, TNode* header, const TExpor
   sink.Lit(L"</tr>");
 }
 
-void TGridExport::WriteHeaderRows(TExportSink& sink, TNode* header, TExportCol* cols, int count) {
-  int rows = header->GetInt(L"Rows");
-  if (rows > MaxHeaderRows) rows = MaxHeaderRows;
-  int main = header->Has(L"Main") ? header->GetInt(L"Main") : rows - 1;
-  for (int r = 0; r < rows; r++) {
-    if (r == main) {
-      WriteCaptionRow(sink, header, cols, count);
-      continue;
-    }
-    sink.Lit(L"\r\n<tr>");
-    for (int section = 0; section < 3; section++) WriteCaptions(sink, header, cols, count, r, section);
-    sink.Lit(L"</tr>");
-  }
-}
-
-// The spanned captions of one section in header row r. They run from the
-// section's first column up to its first hidden one.
-void TGridExport::WriteCaptions(TExportSink& sink, TNode* header, const TExportCol* cols, int count, int r,
-                                int section) {
-  int pos = 0;
-  while (pos < count && cols[pos].Section != section) pos++;
-  if (pos == count) return;
-  std::wstring prefix = std::wstring(SectionNames[section]) + (wchar_t)(L'0' + r);
-  for (int n = 0; pos < count && cols[pos].Section == section && cols[pos].Visible && n < MaxCaptionCells; n++) {
-    std::wstring name = prefix + std::to_wstring(n);
-    int spanIndex = header->GetIndex(name.c_str(), L"Span", 0);
-    int span = header->Has(spanIndex) ? header->GetInt(spanIndex) : 1;
-    if (section == 0 && n == 0) span--;
-    if (span <= 0) continue;
-    int visible = 0;
-    for (int k = 0; k < span && pos < count && cols[pos].Section == section; k++, pos++)
-      if (cols[pos].Visible) visible++;
-    sink.Lit(L"<TD COLSPAN=");
-    sink.Int(visible);
-    sink.Lit(L" style='background:#F0F0E0;'>");
-    const wchar_t* caption = header->GetString(name.c_str());
-    if (*caption) sink.Put(caption);
-    else sink.Lit(L"&nbsp;");
-    sink.Lit(L"</TD>");
-  }
+void TGridExport::WriteHeaderRow(TExportSink& sink, TNode* header, TExportCol* cols, int count, int r) {
+  sink.Lit(L"\r\n<tr>");
+  for (int section = 0; section < 3; section++)
+    WalkCaptions(header, cols, count, r, section, [&](const std::wstring& name, int, int visible) {
+      sink.Lit(L"<TD COLSPAN=");
+      sink.Int(visible);
+      sink.Lit(L" style='background:#F0F0E0;'>");
+      const wchar_t* caption = header->GetString(name.c_str());
+      if (*caption) sink.Put(caption);
+      else sink.Lit(L"&nbsp;");
+      sink.Lit(L"</TD>");
+    });
+  sink.Lit(L"</tr>");
 }
 
 // ---- Head and Foot ----
 
-// Head rows are told by Kind or element name and may be caption rows; Foot
-// rows only by Kind.
 void TGridExport::WriteFixedRows(TExportSink& sink, TNode* section, bool head, TExportCol* cols, int count,
                                  int options) {
-  if (!section) return;
-  for (TNode* row = section->FirstChild; row; row = row->Next) {
-    if (IsSkippedKind(row, head)) continue;
-    bool filter = IsKind(row, L"Filter", head);
-    if (filter && (options & EFiltered)) continue;
-    bool edge = head ? row == section->LastChild : row == section->FirstChild;
-    const wchar_t* style = !edge ? L"background:#F6F6F6;"
-                           : head ? L"background:#F6F6F6;border-bottom:1px solid black;"
-                                  : L"background:#F6F6F6;border-top:1px solid black;";
-    if (head && IsKind(row, L"Header", true)) WriteCaptionRow(sink, row, cols, count);
+  WalkFixedRows(section, head, options, [&](TNode* row, const wchar_t* style, bool filter, bool caption) {
+    if (caption) WriteCaptionRow(sink, row, cols, count);
     else WriteRows(sink, row, cols, count, options, style, 0, filter);
-  }
+  });
 }
 
 // ---- rows ----
@@ -385,31 +343,12 @@ bool TGridExport::IsLeftOut(TNode* row, int options) const {
 
 bool TGridExport::IsExpanded(TNode* row) const { return row->GetInt(IExpandedIndex) != 0; }
 
-// The row and, in document order, the rows under it that go out. The walk
-// follows the tree's links instead of recursing, so depth costs no stack.
 void TGridExport::WriteRows(TExportSink& sink, TNode* row, const TExportCol* cols, int count, int options,
                             const wchar_t* style, int level, bool filter) {
   if (IsLeftOut(row, options)) return;
-  TNode* node = row;
-  int depth = level;
-  for (;;) {
-    bool open = false;
-    if (!IsLeftOut(node, options)) {
-      WriteRow(sink, node, cols, count, options, style, depth, filter && node == row);
-      open = node->FirstChild && ((options & (EExpanded | EOutline)) || IsExpanded(node));
-    }
-    if (open) {
-      node = node->FirstChild;
-      depth++;
-      continue;
-    }
-    while (node != row && !node->Next) {
-      node = node->Parent;
-      depth--;
-    }
-    if (node == row) break;
-    node = node->Next;
-  }
+  WalkRows(row, options, level, [&](TNode* node, int depth, bool first) {
+    WriteRow(sink, node, cols, count, options, style, depth, filter && first);
+  });
   sink.Zero();
 }
 

@@ -6,6 +6,10 @@
 // room, so no text (prefix, caption, a long cell) can pass the buffer's end;
 // a buffer that can't grow ends the export with null. Rows are walked
 // without recursion, so a tree of any depth is written within the stack.
+//
+// SaveExportXlsx writes the same columns and rows as a workbook (its writer,
+// TXlsxWriter, lives in ExportXlsx.cpp): the request is read, the header and
+// the rows walked by the same code as the HTML document's.
 #pragma once
 #include <string>
 #include <vector>
@@ -32,7 +36,15 @@ enum {
   EFiltered = 1, EExpanded = 2, EStrings = 4, EHidden = 8, EOutline = 16, ENoIndent = 32, ENoDateNumbers = 64
 };
 
+// Results of SaveExportXlsx beside 0 and the registry's codes.
+enum {
+  EXlsxUnwritable = -4,   // the file can't be made, written or renamed into place
+  EXlsxUnavailable = -5,  // built without the workbook library
+  EXlsxTooManyRows = -6   // more rows than a sheet holds; no file is left
+};
+
 struct TExportSink;
+class TXlsxWriter;
 
 class TGridExport : public TGridGet {
 public:
@@ -64,18 +76,30 @@ public:
   // Option bits of lower-case words, each found as a substring.
   static int OptionsOfWords(const wchar_t* lower);
 
+  // The export of the request as an .xlsx workbook at path (UTF-8 of the
+  // wide text). 0, -3 a request that can't be parsed or a grid without root,
+  // or one of the EXlsx codes. Written beside path and renamed onto it.
+  int SaveExportXlsx(const wchar_t* xml, const wchar_t* path);
+  // Rows a sheet holds, header included; lowered only by tests.
+  int SheetRows = 1048576;
+
   // Refreshed at the start of each export.
   int VisibleIndex;
   int CanExportIndex;
   int SpannedIndex;
 
 private:
+  friend class TXlsxWriter;
+
   // Name indexes of one column's cell attributes, looked up once per export.
   struct TCellNames {
     int Value, Type, Format, ExportFormat, ExportValue, Visible, Span, Filter, EmptyValue;
     TNode* Column;
   };
 
+  // Parses the request and reads its columns and options; false when it
+  // can't be parsed or the grid has nothing to export.
+  bool ReadRequest(const wchar_t* xml, TExportCol* cols, int& count, int& options);
   int ReadColumns(TNode* request, TExportCol* cols);
   void ReadColumn(TNode* child, TNode* column, int section, TExportCol& col);
   bool IsGroupColumn(const wchar_t* name) const;
@@ -83,8 +107,18 @@ private:
   void PrepareCells(const TExportCol* cols, int count);
   void WriteHead(TExportSink& sink, int options, const TExportCol* cols, int count);
   void WriteHeader(TExportSink& sink, TExportCol* cols, int count);
-  void WriteHeaderRows(TExportSink& sink, TNode* header, TExportCol* cols, int count);
-  void WriteCaptions(TExportSink& sink, TNode* header, const TExportCol* cols, int count, int row, int section);
+  void WriteHeaderRow(TExportSink& sink, TNode* header, TExportCol* cols, int count, int r);
+  // The header rows as they go out: visit(r, caption) for each of them,
+  // caption true for the row of column captions.
+  template <class F> void WalkHeader(TNode* header, F visit);
+  // The spanned captions of one section in header row r:
+  // visit(name, first column, count of visible columns).
+  template <class F> void WalkCaptions(TNode* header, const TExportCol* cols, int count, int r, int section, F visit);
+  // The rows of Head or Foot that go out: visit(row, style, filter, caption).
+  template <class F> void WalkFixedRows(TNode* section, bool head, int options, F visit);
+  // The row and the rows under it that go out, in document order:
+  // visit(node, depth, first).
+  template <class F> void WalkRows(TNode* row, int options, int level, F visit);
   void WriteCaptionRow(TExportSink& sink, TNode* header, const TExportCol* cols, int count);
   void WriteFixedRows(TExportSink& sink, TNode* section, bool head, TExportCol* cols, int count, int options);
   void WriteRows(TExportSink& sink, TNode* row, const TExportCol* cols, int count, int options,

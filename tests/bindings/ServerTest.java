@@ -78,6 +78,10 @@ public class ServerTest {
     check("changes emptied", sv.GetChanges(0, 0), (Object) null);
     String export = sv.GetExport(0, "<Grid/>");
     if (export != null) contains("export", export, "<");
+    // 0 with the workbook library, -5 without it; a folder that doesn't exist can't take the file.
+    int book = sv.SaveExportXlsx(0, "<Grid/>", new File(scratch, "grid \u00e9.xlsx").getAbsolutePath());
+    check("workbook", book == 0 ? new File(scratch, "grid \u00e9.xlsx").exists() : book == -5, true);
+    check("workbook, no folder", sv.SaveExportXlsx(0, "<Grid/>", "/nonexistent/x.xlsx") == (book == 0 ? -4 : -5), true);
   }
 
   static void search() {
@@ -119,6 +123,7 @@ public class ServerTest {
              sv.GetCells(none, "r1", "A", 0, ""), sv.GetChanges(none, 0), sv.GetExport(none, "<Grid/>"),
              sv.GetLastId(none), sv.GetGridSession(none)})
       check("text without a grid", text, (Object) null);
+    check("workbook without a grid", sv.SaveExportXlsx(none, "<Grid/>", "/tmp/x.xlsx"), -1);
     check("locks", Arrays.asList(sv.EnterRead(), sv.LeaveRead(), sv.EnterWrite(), sv.LeaveWrite()).toString(),
           "[0, 0, 0, 0]");
   }

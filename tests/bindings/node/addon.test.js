@@ -9,7 +9,7 @@ test.beforeEach(() => sv.clear());
 test('wrong argument types throw a TypeError naming the function, async forms reject', async () => {
   const calls = [['getBody', 'x'], ['getBody', 0, 5], ['updateGrid', 0, null], ['findGrid'], ['findGrids', '<G/>', '1'],
     ['deleteGrid', null], ['createGrid', 1], ['createGrid', ...'abcdefg'], ['getCells', 0, 'r', {}], ['saveToFile', 0],
-    ['setGridLocale', 0n, ''], ['getIndexes', 1]];
+    ['saveExportXlsx', 0, '<Grid/>'], ['setGridLocale', 0n, ''], ['getIndexes', 1]];
   for (const [name, ...args] of calls) {
     assert.throws(() => sv[name](...args), (e) => e instanceof TypeError && e.message.startsWith(name + ': '), name);
   }
@@ -27,7 +27,9 @@ test('a missing grid gives null or -1, whatever the index', async () => {
       await sv.getBodyAsync(index), await sv.getDataAsync(index)];
     assert.deepStrictEqual(texts, Array(texts.length).fill(null), String(index));
     const codes = [sv.updateGrid(index, '<Grid/>'), sv.save(index, '<Grid/>'), sv.saveEx(index, '<Grid/>', 1),
-      sv.setGridLocale(index, ''), sv.deleteGrid(index), await sv.saveAsync(index, '<Grid/>')];
+      sv.setGridLocale(index, ''), sv.deleteGrid(index), await sv.saveAsync(index, '<Grid/>'),
+      sv.saveExportXlsx(index, '<Grid/>', '/nonexistent/x.xlsx'),
+      await sv.saveExportXlsxAsync(index, '<Grid/>', '/nonexistent/x.xlsx')];
     assert.deepStrictEqual(codes, Array(codes.length).fill(-1), String(index));
   }
   assert.deepStrictEqual(sv.getIndexes(), [grid]);

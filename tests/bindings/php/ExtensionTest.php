@@ -50,6 +50,10 @@ $cases = [
   ["save", SVSave($g, "<Grid><Changes><I id='r1' B='2' Changed='1'/><I A='3'/></Changes></Grid>"), [1]],
   ["save ex", SVSaveEx($g, "<Grid><Changes><I id='r1' B='4'/></Changes></Grid>", 1), [0]],
   ["save to file", SVSaveToFile($g, $scratch, 0), [0]],
+  // 0 with the workbook library, -5 without it.
+  ["workbook", SVSaveExportXlsx($g, "<Grid/>", $scratch . ".xlsx"), [0, -5]],
+  ["workbook, no folder", SVSaveExportXlsx($g, "<Grid/>", "/nonexistent/x.xlsx"), [-4, -5]],
+  ["workbook, no grid", SVSaveExportXlsx(77, "<Grid/>", $scratch . ".xlsx"), [-1]],
   ["changes", strpos(SVGetChanges($g, 1), "<I id=\"r1\" B=\"4\"") !== false, [true]],
   ["changes emptied", SVGetChanges($g, 0), [null]],
   ["export", is_null(SVGetExport($g, "<Grid/>")) || is_string(SVGetExport($g, "<Grid/>")), [true]],
@@ -80,6 +84,7 @@ $cases = [
 ];
 foreach ($cases as [$what, $got, $allowed]) check($what, $got, $allowed);
 @unlink($scratch);
+@unlink($scratch . ".xlsx");
 
 contains("body", SVGetBody($g, "<Grid/>"), "<I id=\"r1\" A=\"$text\"");
 contains("data", SVGetData($g), "Session=\"first\"");
