@@ -18,11 +18,12 @@ if ! command -v clang++ >/dev/null 2>&1 ||
   exit 77
 fi
 
+mkdir -p "$build"
 cmake -S "$root" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ \
-      -DSANITIZE=ON -DSARVENDO_LIBFUZZER=ON -DBUILD_TESTING=OFF >"$build.log" 2>&1 || { cat "$build.log"; exit 1; }
+      -DSANITIZE=ON -DSARVENDO_LIBFUZZER=ON -DBUILD_TESTING=OFF >"$build/build.log" 2>&1 || { cat "$build/build.log"; exit 1; }
 targets=()
 for source in "$root"/fuzz/targets/*.cpp; do targets+=("$(basename "$source" .cpp)"); done
-cmake --build "$build" -j2 --target "${targets[@]}" >>"$build.log" 2>&1 || { tail -50 "$build.log"; exit 1; }
+cmake --build "$build" -j2 --target "${targets[@]}" >>"$build/build.log" 2>&1 || { tail -50 "$build/build.log"; exit 1; }
 
 status=0
 mkdir -p "$build/findings"
