@@ -1,5 +1,5 @@
 /* A stand-in for the core of a PHP 5 host: zend_parse_parameters reads the
-   arguments the test host put in CoreState by the specification it gets
+   arguments the test host put in CoreState by the format text it gets
    ("l" a long, "s" a text and its length; anything else fails), taking the
    thread context behind the count when the host is thread-safe. */
 #include <stdarg.h>
