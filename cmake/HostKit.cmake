@@ -71,6 +71,7 @@ find_program(SARVENDO_CHROMIUM NAMES chromium chromium-browser)
 if(SARVENDO_COMMAND AND SARVENDO_PYTHON3)
   add_test(NAME cli.command COMMAND ${SARVENDO_PYTHON3} ${CMAKE_SOURCE_DIR}/tests/cli/CommandTest.py
            $<TARGET_FILE:sarvendo_command> ${CMAKE_BINARY_DIR}/cli-test)
+  set_tests_properties(cli.command PROPERTIES ENVIRONMENT "SARVENDO_XLSX=${SARVENDO_HAVE_XLSX}")
 else()
   sarvendo_skipped_test(cli.command "the command (CLI11, cpp-httplib) or python3 missing")
 endif()
@@ -95,5 +96,5 @@ else()
   add_test(NAME cli.browser COMMAND ${SARVENDO_NODE} ${CMAKE_SOURCE_DIR}/tests/cli/browser.test.js
            WORKING_DIRECTORY ${CMAKE_SOURCE_DIR})
   set_tests_properties(cli.browser PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 300 ENVIRONMENT
-    "SARVENDO_COMMAND=$<TARGET_FILE:sarvendo_command>;SARVENDO_CHROMIUM=${SARVENDO_CHROMIUM};SARVENDO_ARTIFACTS=${CMAKE_BINARY_DIR}/browser-test")
+    "SARVENDO_COMMAND=$<TARGET_FILE:sarvendo_command>;SARVENDO_XLSX=${SARVENDO_HAVE_XLSX};SARVENDO_CHROMIUM=${SARVENDO_CHROMIUM};SARVENDO_ARTIFACTS=${CMAKE_BINARY_DIR}/browser-test")
 endif()

@@ -180,23 +180,27 @@ function drawPager() {
   }
 }
 
-async function download() {
-  // All rows as if expanded, as an outline with the tree indented.
+// All rows as if expanded, as an outline with the tree indented: an HTML
+// sheet from "export", a workbook from "export-xlsx".
+async function download(path, name) {
   const cols = state.cols.map((c, i) => `<C Name="${esc(c.name)}" Visible="1" Width="${i ? 90 : 200}"/>`).join("");
   const request = `<Grid><Cfg ExportType="expanded,outline,indent"/><Cols>${cols}</Cols></Grid>`;
-  const blob = await (await post("export", request)).blob();
+  const blob = await (await post(path, request)).blob();
   const link = document.createElement("a");
   link.href = URL.createObjectURL(blob);
-  link.download = "grid.html";
+  link.download = name;
   link.click();
   URL.revokeObjectURL(link.href);
 }
+
+const report = (work) => () => work().catch((error) => { $("status").textContent = error.message; });
 
 async function start() {
   await loadLayout();
   drawHeads();
   $("group").onchange = () => { state.group = $("group").value; state.page = 0; refresh(); };
-  $("export").onclick = download;
+  $("export").onclick = report(() => download("export", "grid.html"));
+  $("workbook").onclick = report(() => download("export-xlsx", "grid.xlsx"));
   await refresh();
 }
 

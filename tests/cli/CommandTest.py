@@ -9,8 +9,11 @@ import threading
 import unittest
 import urllib.error
 import urllib.request
+import zipfile
 
 COMMAND = sys.argv[1]
+# Whether the library was built with the workbook writer ("ON"/"OFF").
+WORKBOOKS = os.environ.get("SARVENDO_XLSX", "ON") == "ON"
 WORK = sys.argv[2]
 DATA = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples", "data")
 LAYOUT = os.path.join(DATA, "layout.xml")
@@ -86,6 +89,37 @@ class Saving(unittest.TestCase):
             self.assertNotIn('id="O3"', saved.read())
 
 
+class Workbook(unittest.TestCase):
+    """export --xlsx writes the same export as a workbook, or says why it can't."""
+
+    def test_workbook_holds_the_export_or_the_build_says_it_cannot(self):
+        out = os.path.join(WORK, "grid.xlsx")
+        result = run("export", LAYOUT, ROWS, "--xlsx", out, "--request", "-",
+                     stdin='<Grid><Cfg ExportType="expanded"/><Cols><C Name="Name"/><C Name="Price"/></Cols></Grid>')
+        if not WORKBOOKS:
+            self.assertEqual(result.returncode, 1)
+            self.assertEqual(result.stderr, "sarvendo: the workbook export is not available in this build\n")
+            return
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, "", ""))
+        with zipfile.ZipFile(out) as workbook:
+            sheet = workbook.read("xl/worksheets/sheet1.xml").decode()
+        self.assertIn("Tomás Dvořák", sheet)
+        self.assertIn("<v>72.91</v>", sheet)
+
+    def test_workbook_failures(self):
+        missing = os.path.join(WORK, "no", "such", "dir.xlsx")
+        cases = [(missing, "<Grid/>", "cannot write '" + missing + "'"),
+                 (os.path.join(WORK, "bad.xlsx"), "<Grid><x", "the export request is not well-formed XML")]
+        for path, request, message in cases:
+            with self.subTest(message=message):
+                result = run("export", LAYOUT, ROWS, "--xlsx", path, "--request", "-", stdin=request)
+                self.assertEqual(result.returncode, 1)
+                expected = message if WORKBOOKS else "not available"
+                self.assertIn(expected, result.stderr)
+                self.assertEqual(result.stderr.count("\n"), 1, result.stderr)
+                self.assertFalse(os.path.exists(path))
+
+
 class Serving(unittest.TestCase):
     """Browsers at once, each with its own grid: one's sort and save never reach another."""
 
@@ -104,10 +138,10 @@ class Serving(unittest.TestCase):
     def browser(self):
         opener = urllib.request.build_opener(urllib.request.ProxyHandler({}), urllib.request.HTTPCookieProcessor())
 
-        def post(path, body):
+        def post(path, body, raw=False):
             try:
                 with opener.open(urllib.request.Request(self.url + path, data=body.encode(), method="POST")) as reply:
-                    return reply.status, reply.read().decode()
+                    return reply.status, reply.read() if raw else reply.read().decode()
             except urllib.error.HTTPError as error:
                 return error.code, error.read().decode()
         return post
@@ -133,6 +167,21 @@ class Serving(unittest.TestCase):
             thread.join()
         self.assertEqual(failures, [])
 
+    def test_workbook_download_carries_the_sessions_change(self):
+        one = self.browser()
+        one("/save", '<Grid><Changes><I id="O1" Quantity="4321"/></Changes></Grid>')
+        status, reply = one("/export-xlsx", '<Grid><Cfg ExportType="expanded"/><Cols><C Name="Quantity"/></Cols></Grid>',
+                            raw=True)
+        if not WORKBOOKS:
+            self.assertEqual(status, 501)
+            return
+        self.assertEqual(status, 200)
+        path = os.path.join(WORK, "served.xlsx")
+        with open(path, "wb") as out:
+            out.write(reply)
+        with zipfile.ZipFile(path) as workbook:
+            self.assertIn("<v>4321</v>", workbook.read("xl/worksheets/sheet1.xml").decode())
+
     def test_save_stays_in_its_session_and_bad_requests_are_refused(self):
         one, two = self.browser(), self.browser()
         cell = "row=O1&col=Quantity"
@@ -144,6 +193,7 @@ class Serving(unittest.TestCase):
             with self.subTest(path=path):
                 self.assertEqual(one(path, "<Grid><x")[0], 400)
         self.assertEqual(one("/page", '<Grid><Body><B Pos="99"/></Body></Grid>')[0], 400)
+        self.assertEqual(one("/export-xlsx", "<Grid><x")[0], 400 if WORKBOOKS else 501)
         self.assertIsNone(self.server.poll())
 
 

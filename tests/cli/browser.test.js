@@ -1,6 +1,6 @@
 // The demo page in a real browser: `sarvendo serve` on a free loopback port,
 // headless Chromium driven by playwright-core. Sorts, filters, groups, edits,
-// reloads, downloads the export and leaves a screenshot in the build folder.
+// reloads, downloads the export and the workbook and leaves a screenshot in the build folder.
 // Exits 77 (skipped) when playwright-core or the browser is missing.
 "use strict";
 const assert = require("node:assert/strict");
@@ -129,6 +129,21 @@ async function run(page, url) {
   const text = fs.readFileSync(sheet, "utf8");
   assert.match(text, /^<html/);
   assert.match(text, />777</);
+
+  // The workbook downloads as an .xlsx file (a zip holding the sheet), or the
+  // page says the build has no workbook writer.
+  if (process.env.SARVENDO_XLSX === "OFF") {
+    await page.click("#workbook");
+    await page.waitForFunction(() => /not available/.test(document.getElementById("status").textContent));
+  } else {
+    const [workbook] = await Promise.all([page.waitForEvent("download"), page.click("#workbook")]);
+    assert.equal(workbook.suggestedFilename(), "grid.xlsx");
+    const file = path.join(artifacts, "grid.xlsx");
+    await workbook.saveAs(file);
+    const bytes = fs.readFileSync(file);
+    assert.equal(bytes.subarray(0, 4).toString("binary"), "PK\x03\x04");
+    assert.ok(bytes.includes("xl/worksheets/sheet1.xml"));
+  }
 
   await page.screenshot({ path: path.join(artifacts, "demo.png") });
 }

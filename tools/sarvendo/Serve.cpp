@@ -148,6 +148,29 @@ void SendText(httplib::Response& response, char* text, const char* type) {
   response.set_content(owned.get(), type);
 }
 
+// The export as a workbook: the engine writes files only, so it goes through
+// a temporary file that is read back and removed.
+void SendWorkbook(httplib::Response& response, int index, const std::string& request) {
+  char name[] = "/tmp/sarvendo-workbook-XXXXXX";
+  int file = mkstemp(name);
+  if (file < 0) throw Failure("cannot make a temporary file");
+  close(file);
+  int result = SaveExportXlsxA(index, request.c_str(), name);
+  std::string workbook = result == 0 ? ReadInput(name) : std::string();
+  unlink(name);
+  if (result == 0) {
+    response.set_content(workbook, "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet");
+    response.set_header("Content-Disposition", "attachment; filename=\"grid.xlsx\"");
+    return;
+  }
+  response.status = result == SARVENDO_UNAVAILABLE ? 501 : result == -3 ? 400 : 500;
+  const char* why = result == SARVENDO_UNAVAILABLE    ? "the workbook export is not available in this build\n"
+                    : result == SARVENDO_TOO_MANY_ROWS ? "the grid has more rows than a workbook sheet holds\n"
+                    : result == -3                     ? "the engine refused the request\n"
+                                                       : "the workbook could not be written\n";
+  response.set_content(why, "text/plain");
+}
+
 void Route(httplib::Server& server, Sessions& sessions, const std::string& path,
            char* (*call)(int, const char*)) {
   server.Post(path, [&sessions, call](const httplib::Request& request, httplib::Response& response) {
@@ -183,6 +206,11 @@ void AddRoutes(httplib::Server& server, Sessions& sessions) {
     Handle(sessions, request, response, [](int index, const httplib::Request& in, httplib::Response& out) {
       SendText(out, GetExportA(index, in.body.c_str()), "text/html; charset=utf-8");
       if (out.status < 400) out.set_header("Content-Disposition", "attachment; filename=\"grid.html\"");
+    });
+  });
+  server.Post("/export-xlsx", [&sessions](const httplib::Request& request, httplib::Response& response) {
+    Handle(sessions, request, response, [](int index, const httplib::Request& in, httplib::Response& out) {
+      SendWorkbook(out, index, in.body);
     });
   });
 }
