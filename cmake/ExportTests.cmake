@@ -16,8 +16,9 @@ else()
   add_test(NAME ExportSpreadsheet
            COMMAND ${SARVENDO_PYTHON} ${CMAKE_SOURCE_DIR}/tests/export/check_sheet.py
                    $<TARGET_FILE:sarvendo_export_sheet> ${CMAKE_BINARY_DIR}/export-sheet)
-  # Calc runs as a child of the script and must not inherit a sanitizer preload.
-  set_tests_properties(ExportSpreadsheet PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+  # Calc runs as a child of the script and must not inherit a sanitizer preload;
+  # two Calc conversions at once may disturb each other, so they take turns.
+  set_tests_properties(ExportSpreadsheet PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600 RESOURCE_LOCK soffice)
 endif()
 
 # The workbook export opened by the same program and checked by the same
@@ -33,5 +34,5 @@ else()
   add_test(NAME ExportXlsxSpreadsheet
            COMMAND ${SARVENDO_PYTHON} ${CMAKE_SOURCE_DIR}/tests/export/check_sheet.py --xlsx
                    $<TARGET_FILE:sarvendo_export_xlsx> ${CMAKE_BINARY_DIR}/export-xlsx)
-  set_tests_properties(ExportXlsxSpreadsheet PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600)
+  set_tests_properties(ExportXlsxSpreadsheet PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 600 RESOURCE_LOCK soffice)
 endif()

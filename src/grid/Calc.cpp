@@ -571,12 +571,12 @@ double TNodeCalc::Aggregate(int col, int func) {
 
 double TNodeCalc::AggCalc(int col, int aggChildrenCol, int func, double start) {
   double v = start;
-  for (TNode* node = FirstChild; node; node = node->Next) {
+  ForSiblings(FirstChild, [&](TNode* node) {
     TNodeCalc* child = static_cast<TNodeCalc*>(node);
-    if (child->Flags & FFiltered) continue;
+    if (child->Flags & FFiltered) return;
     if (child->GetInt(aggChildrenCol) != 0) {
       v = child->AggCalc(col, aggChildrenCol, func, v);
-      continue;
+      return;
     }
     if (func == 3) v += 1;
     else if (func == 4) v += child->IsEmptyText(col) ? 0 : 1;
@@ -589,7 +589,7 @@ double TNodeCalc::AggCalc(int col, int aggChildrenCol, int func, double start) {
       else if (func == 7 && d > v) v = d;
       else if (func == 8 && d < v) v = d;
     }
-  }
+  });
   return v <= -1e300 || v >= 1e300 ? 0 : v;
 }
 
@@ -828,10 +828,10 @@ void TGridCalc::CalcRow(TNode* row) {
 // Post-order: a row's descendants are done before the row.
 void TGridCalc::CalcChildren(TNode* parent) {
   if (!parent) return;
-  for (TNode* child = parent->FirstChild; child; child = child->Next) {
-    CalcChildren(child);
+  ForSiblings(parent->FirstChild, [this](TNode* child) {
+    if (child->FirstChild) CalcChildren(child);
     CalcRow(child);
-  }
+  });
 }
 
 void TGridCalc::CalcPages() {

@@ -111,30 +111,22 @@ bool AllFiltered(TNode* parent) {
 
 // Rows lie scattered in memory and the loop does little with each: the
 // next row's records are fetched while this one is tested.
-void Prefetch(const TNode* next) {
-  if (!next) return;
-  __builtin_prefetch(next->Next);
-  __builtin_prefetch(next->Slots);
-  __builtin_prefetch(next->Values);
-}
-
 void FilterChildren(TNode* parent, const TFilterRun& run) {
-  for (TNode* child = parent->FirstChild; child; child = child->Next) {
-    Prefetch(child->Next);
+  ForSiblings(parent->FirstChild, [&run](TNode* child) {
     int mask = child->GetInt(run.CanFilterCol);
     if (mask & 1) {
       bool pass = PassCells(child, run);
       if (pass) child->Flags &= ~FFiltered;
       else child->Flags |= FFiltered;
       // A row that fails hides what lies below it, which keeps its flags.
-      if (!pass) continue;
+      if (!pass) return;
     }
-    if (!child->FirstChild) continue;
+    if (!child->FirstChild) return;
     FilterChildren(child, run);
-    if (!(mask & 2)) continue;
+    if (!(mask & 2)) return;
     if (AllFiltered(child)) child->Flags |= FFiltered;
     else child->Flags &= ~FFiltered;
-  }
+  });
 }
 
 // Copies at most max characters of text into dest (max + 1 cells).

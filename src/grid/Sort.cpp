@@ -291,10 +291,12 @@ bool SortStreamed(TNode* parent, int n, const TSortColumns& c);
 // Fills the records of parent's n children and points list at them.
 void FillRecords(TNode* parent, int n, const TSortColumns& c, TSortNode** list, TSortNode* records, wchar_t* texts) {
   int i = 0;
-  for (TNode* row = parent->FirstChild; row && i < n; row = row->Next, i++) {
+  ForSiblings(parent->FirstChild, [&](TNode* row) {
+    if (i >= n) return false;
     list[i] = records + i;
-    FillRecord(records[i], row, c, texts);
-  }
+    FillRecord(records[i++], row, c, texts);
+    return true;
+  });
 }
 
 // One block for the pointers, the records and the unaligned texts; the stack
@@ -563,16 +565,20 @@ bool SortStreamed(TNode* parent, int n, const TSortColumns& c) {
   size_t limit = (size_t)n / 8;
   TSortNode record;
   int i = 0;
-  for (TNode* row = parent->FirstChild; row && i < n; row = row->Next, i++) {
+  bool keyed = true;
+  ForSiblings(parent->FirstChild, [&](TNode* row) {
+    if (i >= n) return false;
     wchar_t* cells = nullptr;
     if (c.Types[0] & SortString) {
       texts.resize(std::max(texts.size(), RowTextCells(row, c)));
       cells = texts.data();
     }
     FillRecord(record, row, c, cells);
-    if (!StreamedKey(record, classes, limit, items[i].Key)) return false;
-    items[i].Row = row;
-  }
+    keyed = StreamedKey(record, classes, limit, items[i].Key);
+    items[i++].Row = row;
+    return keyed;
+  });
+  if (!keyed) return false;
   if (c.Types[0] & SortString) {
     std::vector<uint32_t> rank = Ranks(classes.Firsts);
     for (int k = 0; k < i; k++) items[k].Key = rank[items[k].Key];

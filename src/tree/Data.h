@@ -130,6 +130,18 @@ public:
     Copy(GetIndex(name, 1), source, source->GetIndex(name, 0), mode, withBase);
   }
 
+  // Asks the memory system for the record's slot table and value area ahead
+  // of use (a walk over many rows calls it some rows early); no effect on
+  // contents.
+  void Prefetch() const {
+    __builtin_prefetch(Slots);
+    __builtin_prefetch((const char*)Slots + 64);
+    // Rows of a few hundred bytes are the usual case; longer ones are read
+    // in part, and their tails come in as usual.
+    for (int at = 0; at < Used && at < 512; at += 64) __builtin_prefetch(Values + at);
+    if (Base) __builtin_prefetch(Base->Slots);
+  }
+
   // The half of an index that this record uses.
   int SlotOf(int index) const { return Flags & FSpec ? index >> 16 : index & 0xFFFF; }
   // Own value of a slot: meta byte and position, 0 meta for an empty slot.

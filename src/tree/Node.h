@@ -5,6 +5,7 @@
 // TNodeList: a growable list of nodes that does not own them.
 #pragma once
 #include <cstddef>
+#include <type_traits>
 #include "grid/Format.h"
 
 class TNode : public TDataFormat {
@@ -41,6 +42,38 @@ private:
   void Unlink();
   TNode* Adopt(TNode* child, bool deep);
 };
+
+// Calls work(node) on first and each following sibling, in order; a work
+// that returns bool ends the walk by returning false. The records of the
+// next siblings are prefetched while earlier ones are worked on, so a long
+// walk waits for memory about once per row instead of at every read. work
+// must not unlink or move the siblings behind its node.
+template <class Work>
+void ForSiblings(TNode* first, Work&& work) {
+  const int Ahead = 8;
+  TNode* ring[Ahead];
+  int count = 0;
+  TNode* next = first;
+  for (; next && count < Ahead; next = next->Next) {
+    next->Prefetch();
+    ring[count++] = next;
+  }
+  for (int at = 0; count > 0; at = (at + 1) % Ahead) {
+    TNode* node = ring[at];
+    if (next) {
+      next->Prefetch();
+      ring[at] = next;
+      next = next->Next;
+    } else {
+      count--;
+    }
+    if constexpr (std::is_same<decltype(work(node)), bool>::value) {
+      if (!work(node)) return;
+    } else {
+      work(node);
+    }
+  }
+}
 
 class TNodeList {
 public:

@@ -27,6 +27,29 @@ protected:
   static bool Detached(TNode* n) { return !n->Parent && !n->Prev && !n->Next; }
 };
 
+// The walk that reads ahead visits every sibling once, in order, whether the
+// list is shorter or longer than its reach, and stops where work says so.
+TEST_F(NodeTest, SiblingWalkVisitsInOrderAndStopsOnFalse) {
+  for (int count : {0, 1, 7, 8, 9, 40}) {
+    TNode* parent = Add(tree.Root, L"P");
+    std::wstring expected;
+    for (int i = 0; i < count; i++) {
+      wchar_t name[2] = {(wchar_t)(L'A' + i), 0};
+      Add(parent, name);
+      expected += name;
+    }
+    std::wstring seen;
+    ForSiblings(parent->FirstChild, [&](TNode* node) { seen += node->GetName(); });
+    EXPECT_EQ(seen, expected) << count;
+    seen.clear();
+    ForSiblings(parent->FirstChild, [&](TNode* node) {
+      seen += node->GetName();
+      return seen.size() < 3;
+    });
+    EXPECT_EQ(seen, expected.substr(0, 3)) << count;
+  }
+}
+
 TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   TNode* r = tree.Root;
   TNode *a = Add(r, L"a"), *b = Add(r, L"b"), *c = Add(r, L"c"), *x = tree.CreateElement(L"x");
