@@ -111,22 +111,26 @@ bool AllFiltered(TNode* parent) {
 
 // Rows lie scattered in memory and the loop does little with each: the
 // next row's records are fetched while this one is tested.
+void FilterChildren(TNode* parent, const TFilterRun& run);
+
+void FilterRow(TNode* child, const TFilterRun& run) {
+  int mask = child->GetInt(run.CanFilterCol);
+  if (mask & 1) {
+    bool pass = PassCells(child, run);
+    if (pass) child->Flags &= ~FFiltered;
+    else child->Flags |= FFiltered;
+    // A row that fails hides what lies below it, which keeps its flags.
+    if (!pass) return;
+  }
+  if (!child->FirstChild) return;
+  FilterChildren(child, run);
+  if (!(mask & 2)) return;
+  if (AllFiltered(child)) child->Flags |= FFiltered;
+  else child->Flags &= ~FFiltered;
+}
+
 void FilterChildren(TNode* parent, const TFilterRun& run) {
-  ForSiblings(parent->FirstChild, [&run](TNode* child) {
-    int mask = child->GetInt(run.CanFilterCol);
-    if (mask & 1) {
-      bool pass = PassCells(child, run);
-      if (pass) child->Flags &= ~FFiltered;
-      else child->Flags |= FFiltered;
-      // A row that fails hides what lies below it, which keeps its flags.
-      if (!pass) return;
-    }
-    if (!child->FirstChild) return;
-    FilterChildren(child, run);
-    if (!(mask & 2)) return;
-    if (AllFiltered(child)) child->Flags |= FFiltered;
-    else child->Flags &= ~FFiltered;
-  });
+  ForSiblings(parent->FirstChild, [&run](TNode* child) { FilterRow(child, run); });
 }
 
 // Copies at most max characters of text into dest (max + 1 cells).
@@ -137,14 +141,15 @@ void CopyCut(wchar_t* dest, const wchar_t* text, int max) {
 
 }  // namespace
 
-void TNodeFilter::Filter(TFilterCell* cells, int count, int canFilterCol) {
+void TNodeFilter::Filter(TFilterCell* cells, int count, int canFilterCol, const std::vector<TNode*>* rows) {
   TFilterRun run;
   run.Cells = cells;
   run.Count = cells && count > 0 ? count : 0;
   if (run.Count > TGridFilter::MaxFilterCells) run.Count = TGridFilter::MaxFilterCells;
   run.CanFilterCol = canFilterCol;
   for (int i = 0; i < run.Count; i++) run.Names[i] = Tree ? Tree->GetName(cells[i].Col, 0) : nullptr;
-  FilterChildren(this, run);
+  if (rows) ForRows(rows->data(), rows->size(), [&run](TNode* child) { FilterRow(child, run); });
+  else FilterChildren(this, run);
 }
 
 // ---- grid level ----
@@ -307,10 +312,10 @@ void TGridFilter::StoreTexts(TFilterCell& cell, TNode* row, TNode* column, const
   cell.Count = stored;
 }
 
-void TGridFilter::Filter() {
+void TGridFilter::Filter(const std::vector<TNode*>* rows) {
   if (!Tree || !Body || !Body->FirstChild) return;
   int canFilter = Tree->GetIndex(L"CanFilter", 1);
-  static_cast<TNodeFilter*>(Body->FirstChild)->Filter(FilterCells, FilterCount, canFilter);
+  static_cast<TNodeFilter*>(Body->FirstChild)->Filter(FilterCells, FilterCount, canFilter, rows);
 }
 
 // Each request states its filters afresh: every column's value and operator

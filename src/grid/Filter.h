@@ -38,7 +38,9 @@ public:
   // Sets or clears FFiltered on the children of this row and below: a row
   // with bit 1 of CanFilter must pass every cell; one with bit 2 and
   // children shows as long as one child shows. canFilterCol: CanFilter.
-  void Filter(TFilterCell* cells, int count, int canFilterCol);
+  // rows, when given, are this node's children in order, walked instead of
+  // the links.
+  void Filter(TFilterCell* cells, int count, int canFilterCol, const std::vector<TNode*>* rows = nullptr);
 };
 
 class TGridFilter : public TGridGroup {
@@ -51,7 +53,7 @@ public:
   // Compiles the filter rows into the cells; true if anything changed.
   bool UpdateFilter() override;
   // Runs the cells over all root rows, which lie under the first page.
-  void Filter();
+  void Filter(const std::vector<TNode*>* rows = nullptr);
   // Removes each column's value and operator from the filter rows.
   void ClearFilters();
 

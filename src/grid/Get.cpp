@@ -102,14 +102,23 @@ void TGridGet::UpdatePipeline() {
   bool groupChanged = UpdateGroup() || (updated && GroupCount > 0);
   bool pagesDone = Body->GetInt(L"PagesCreated") != 0;
   if (!sortChanged && !filterChanged && !groupChanged && pagesDone) return;
-  RemovePages();
-  if (!pagesDone) CalcChildren(Body->FirstChild);
-  if (filterChanged) Filter();
-  if (groupChanged) Group();
-  if (groupChanged || filterChanged) CalcChildren(Body->FirstChild);
-  if (sortChanged || groupChanged) Sort();
-  CreatePages();
-  CalcPages();
+  // The root rows, listed once, stand in for their links in every stage:
+  // after a sort they lie scattered in memory, and a list can be read ahead.
+  std::vector<TNode*> rows;
+  std::vector<size_t> starts;
+  RemovePages(rows);
+  if (!pagesDone) CalcRows(rows);
+  if (filterChanged) Filter(&rows);
+  if (groupChanged) {
+    Group();
+    // Grouping moved the rows under group rows: the list starts again.
+    rows.clear();
+    if (Body->FirstChild) CollectChildren(Body->FirstChild, rows);
+  }
+  if (groupChanged || filterChanged) CalcRows(rows);
+  if (sortChanged || groupChanged) Sort(&rows);
+  CreatePages(rows, starts);
+  CalcPages(rows, starts);
 }
 
 // Turns Focused from a row id into the page number, and FocusedPos into the

@@ -1,4 +1,5 @@
 #include "grid/Pages.h"
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -38,7 +39,19 @@ int CommonPrefix(const wchar_t* a, const wchar_t* b) {
 
 }  // namespace
 
-void TGridPages::RemovePages() {
+void TGridPages::RemovePages() { JoinPages(true); }
+
+void TGridPages::RemovePages(std::vector<TNode*>& rows) {
+  rows.clear();
+  if (!Body || !Body->FirstChild) return;
+  CollectChildren(Body->FirstChild, rows);
+  if (!Body->FirstChild->Next) return;
+  TNode* first = Body->FirstChild;
+  ForRows(rows.data(), rows.size(), [first](TNode* row) { row->Parent = first; });
+  JoinPages(false);
+}
+
+void TGridPages::JoinPages(bool reparent) {
   if (!Body) return;
   TNode* first = Body->FirstChild;
   // A single page stands as it is, PagesCreated included.
@@ -46,7 +59,7 @@ void TGridPages::RemovePages() {
   TNode* last = first->LastChild;
   for (TNode* page = first->Next; page;) {
     TNode* next = page->Next;
-    last = JoinPage(first, last, page);
+    last = JoinPage(first, last, page, reparent);
     page = next;
   }
   if (last) last->Next = nullptr;
@@ -56,9 +69,10 @@ void TGridPages::RemovePages() {
   Body->SetNull(L"PagesCreated");
 }
 
-TNode* TGridPages::JoinPage(TNode* first, TNode* last, TNode* page) {
+TNode* TGridPages::JoinPage(TNode* first, TNode* last, TNode* page, bool reparent) {
   if (page->FirstChild) {
-    for (TNode* row = page->FirstChild; row; row = row->Next) row->Parent = first;
+    if (reparent)
+      for (TNode* row = page->FirstChild; row; row = row->Next) row->Parent = first;
     page->FirstChild->Prev = last;
     if (last) last->Next = page->FirstChild; else first->FirstChild = page->FirstChild;
     last = page->LastChild;
@@ -73,24 +87,38 @@ TNode* TGridPages::JoinPage(TNode* first, TNode* last, TNode* page) {
 
 void TGridPages::CreatePages() {
   if (!Body || !Body->FirstChild) return;
+  std::vector<TNode*> rows;
+  for (TNode* row = Body->FirstChild->FirstChild; row; row = row->Next) rows.push_back(row);
+  std::vector<size_t> starts;
+  CreatePages(rows, starts);
+}
+
+void TGridPages::CreatePages(const std::vector<TNode*>& rows, std::vector<size_t>& starts) {
+  starts.clear();
+  if (!Body || !Body->FirstChild) return;
   TNode* page = Body->FirstChild;
   int length = Cfg->GetInt(L"PageLength");
   if (length < 1) length = 20;
   int remaining = length, count = 0;
+  size_t n = rows.size(), i = 0;
+  starts.push_back(0);
   // The rows that fit on the first page are already there.
-  TNode* row = page->FirstChild;
-  for (; row; row = row->Next) {
-    if (row->Flags & FFiltered) continue;
+  for (; i < n; i++) {
+    PrefetchAhead(rows.data(), i, n);
+    if (rows[i]->Flags & FFiltered) continue;
     if (remaining == 0) break;
     remaining--;
     count++;
   }
   if (AggNode) page->Merge(AggNode, 1);
-  for (; row; row = row->Next) {
+  for (; i < n; i++) {
+    PrefetchAhead(rows.data(), i, n);
+    TNode* row = rows[i];
     if (!(row->Flags & FFiltered)) {
       count++;
       if (--remaining < 0) {
         page = StartPage(page, row);
+        starts.push_back(i);
         remaining = length - 1;
       }
     }
@@ -100,6 +128,23 @@ void TGridPages::CreatePages() {
   Cfg->SetInt(L"RootCount", count);
   if (!Cfg->GetInt(L"NoPager")) SetPageNames();
   Body->SetInt(L"PagesCreated", 1);
+}
+
+void TGridPages::CalcPages(const std::vector<TNode*>& rows, const std::vector<size_t>& starts) {
+  size_t p = 0, n = rows.size();
+  for (TNode* page = Body ? Body->FirstChild : nullptr; page; page = page->Next, p++) {
+    // The next page's records and the nodes of the one after come in while
+    // this page is calculated.
+    if (p + 1 < starts.size()) {
+      size_t from = starts[p + 1], to = std::min(p + 2 < starts.size() ? starts[p + 2] : n, n);
+      for (size_t i = from; i < to; i++) rows[i]->Prefetch();
+    }
+    if (p + 2 < starts.size()) {
+      size_t from = starts[p + 2], to = std::min(p + 3 < starts.size() ? starts[p + 3] : n, n);
+      for (size_t i = from; i < to; i++) __builtin_prefetch(rows[i]);
+    }
+    CalcRow(page);
+  }
 }
 
 TNode* TGridPages::StartPage(TNode* page, TNode* row) {

@@ -16,6 +16,13 @@ public:
 
   void RemovePages() override;
   void CreatePages();
+  // The same for one run of the body pipeline. rows: the root rows in order,
+  // listed here once (several pages followed at once), walked by the later
+  // stages instead of the links; CreatePages notes where each page starts.
+  void RemovePages(std::vector<TNode*>& rows);
+  void CreatePages(const std::vector<TNode*>& rows, std::vector<size_t>& starts);
+  // CalcPages with the rows of the next pages read ahead.
+  void CalcPages(const std::vector<TNode*>& rows, const std::vector<size_t>& starts);
   void SetPageNames();
   // Up to three names for one edge of a page: side 0 its first row, 1 its last.
   // The names lie in the tree's scratch ring.
@@ -26,7 +33,10 @@ public:
 private:
   // Moves the rows of page behind last, the last row of first; returns the
   // new last row.
-  TNode* JoinPage(TNode* first, TNode* last, TNode* page);
+  TNode* JoinPage(TNode* first, TNode* last, TNode* page, bool reparent = true);
+  // Joins the pages after the first one into it; their rows' Parent must
+  // already be the first page when reparent is false.
+  void JoinPages(bool reparent);
   // Ends page before row and opens the next page with row.
   TNode* StartPage(TNode* page, TNode* row);
   // Index of <column>PageNameValue, not created; -1 if there is none.

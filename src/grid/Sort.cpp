@@ -38,7 +38,23 @@ struct TSortColumns {
   int Count;
   const unsigned long long* Locale;
   const TSortIndexes* Indexes;
+  // The top parent's children in order, walked instead of the links and
+  // rewritten in the sorted order; null below the top and without a list.
+  std::vector<TNode*>* Rows;
 };
+
+// Calls work(row) on each child of parent in order, through the list when
+// there is one; a false from work ends the walk.
+template <class Work>
+void ForChildren(TNode* parent, const TSortColumns& c, Work&& work) {
+  if (c.Rows) ForRows(c.Rows->data(), c.Rows->size(), work);
+  else ForSiblings(parent->FirstChild, work);
+}
+
+// Keeps the list in the children's new order.
+void KeepOrder(const TSortColumns& c, int i, TNode* row) {
+  if (c.Rows && (size_t)i < c.Rows->size()) (*c.Rows)[i] = row;
+}
 
 // Stands in for absent indexes: every lookup finds nothing.
 const TSortIndexes NoIndexes = {-1, {-1, -1, -1}, {-1, -1, -1}, {-1, -1, -1}};
@@ -182,7 +198,7 @@ size_t RowTextCells(TNode* row, const TSortColumns& c) {
 
 size_t UnalignedTextCells(TNode* parent, const TSortColumns& c) {
   size_t cells = 0;
-  for (TNode* row = parent->FirstChild; row; row = row->Next) cells += RowTextCells(row, c);
+  ForChildren(parent, c, [&](TNode* row) { cells += RowTextCells(row, c); });
   return cells;
 }
 
@@ -264,9 +280,10 @@ void FillRecord(TSortNode& r, TNode* row, const TSortColumns& c, wchar_t*& texts
   r.Count = (unsigned char)c.Count;
 }
 
-void Relink(TNode* parent, TSortNode** list, int n) {
+void Relink(TNode* parent, TSortNode** list, int n, const TSortColumns& c) {
   for (int i = 0; i < n; i++) {
     TNode* row = list[i]->Node;
+    KeepOrder(c, i, row);
     row->Prev = i ? list[i - 1]->Node : nullptr;
     row->Next = i + 1 < n ? list[i + 1]->Node : nullptr;
   }
@@ -291,7 +308,7 @@ bool SortStreamed(TNode* parent, int n, const TSortColumns& c);
 // Fills the records of parent's n children and points list at them.
 void FillRecords(TNode* parent, int n, const TSortColumns& c, TSortNode** list, TSortNode* records, wchar_t* texts) {
   int i = 0;
-  ForSiblings(parent->FirstChild, [&](TNode* row) {
+  ForChildren(parent, c, [&](TNode* row) {
     if (i >= n) return false;
     list[i] = records + i;
     FillRecord(records[i++], row, c, texts);
@@ -333,7 +350,7 @@ struct TSortBlock {
   // Large sibling groups go through keyed merging, small ones stay on qsort;
   // both give the same order.
   if (n < KeyedMinRows || !SortKeyed(b.List, n)) qsort(b.List, (size_t)n, sizeof(TSortNode*), Compare);
-  Relink(parent, b.List, n);
+  Relink(parent, b.List, n, c);
 }
 
 // The same, always through qsort: the order the keyed path must give.
@@ -342,13 +359,17 @@ struct TSortBlock {
   if (!b.Get(parent, n, c)) return;
   FillRecords(parent, n, c, b.List, b.Records, b.Texts);
   qsort(b.List, (size_t)n, sizeof(TSortNode*), Compare);
-  Relink(parent, b.List, n);
+  Relink(parent, b.List, n, c);
 }
 
 void SortLevel(TNode* parent, const TSortColumns& c, bool recursive, bool plain) {
+  TSortColumns below = c;
+  below.Rows = nullptr;
   int n = 0;
-  for (TNode* child = parent->FirstChild; child; child = child->Next, n++)
-    if (recursive && child->FirstChild) SortLevel(child, c, true, plain);
+  ForChildren(parent, c, [&](TNode* child) {
+    n++;
+    if (recursive && child->FirstChild) SortLevel(child, below, true, plain);
+  });
   if (n < 2) return;
   int canSort = c.Indexes->CanSort;
   if (parent->Has(canSort) && !parent->GetInt(canSort)) return;
@@ -544,9 +565,10 @@ bool StreamedKey(const TSortNode& r, TTextClasses& classes, size_t limit, uint64
   return true;
 }
 
-void RelinkRows(TNode* parent, const TRowItem* items, int n) {
+void RelinkRows(TNode* parent, const TRowItem* items, int n, const TSortColumns& c) {
   for (int i = 0; i < n; i++) {
     TNode* row = items[i].Row;
+    KeepOrder(c, i, row);
     row->Prev = i ? items[i - 1].Row : nullptr;
     row->Next = i + 1 < n ? items[i + 1].Row : nullptr;
   }
@@ -566,7 +588,7 @@ bool SortStreamed(TNode* parent, int n, const TSortColumns& c) {
   TSortNode record;
   int i = 0;
   bool keyed = true;
-  ForSiblings(parent->FirstChild, [&](TNode* row) {
+  ForChildren(parent, c, [&](TNode* row) {
     if (i >= n) return false;
     wchar_t* cells = nullptr;
     if (c.Types[0] & SortString) {
@@ -586,7 +608,7 @@ bool SortStreamed(TNode* parent, int n, const TSortColumns& c) {
   if (c.Types[0] & SortDesc)
     for (int k = 0; k < i; k++) items[k].Key = ~items[k].Key;
   MergeSort(items.data(), (size_t)i, items.data() + i, TRowCompare());
-  RelinkRows(parent, items.data(), i);
+  RelinkRows(parent, items.data(), i, c);
   return true;
 }
 
@@ -653,11 +675,11 @@ void CopySortString(wchar_t* dest, const wchar_t* src, int max, int flags, const
 }
 
 void TNodeSort::Sort(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
-                     TSortIndexes* indexes, bool recursive) {
+                     TSortIndexes* indexes, bool recursive, std::vector<TNode*>* rows) {
   if (count > TSortNode::MaxCols) count = TSortNode::MaxCols;
   if (count <= 0) return;
   TSortColumns c = {cols, types, white, codes, count, (const unsigned long long*)locale,
-                    indexes ? indexes : &NoIndexes};
+                    indexes ? indexes : &NoIndexes, rows};
   SortLevel(this, c, recursive, false);
 }
 
@@ -666,7 +688,7 @@ void TNodeSort::SortPlain(int* cols, int* types, int** white, unsigned short** c
   if (count > TSortNode::MaxCols) count = TSortNode::MaxCols;
   if (count <= 0) return;
   TSortColumns c = {cols, types, white, codes, count, (const unsigned long long*)locale,
-                    indexes ? indexes : &NoIndexes};
+                    indexes ? indexes : &NoIndexes, nullptr};
   SortLevel(this, c, recursive, true);
 }
 
@@ -738,11 +760,11 @@ void TGridSort::FillIndexes(TSortIndexes& indexes) {
   }
 }
 
-void TGridSort::Sort() { SortBody(false); }
+void TGridSort::Sort(std::vector<TNode*>* rows) { SortBody(false, rows); }
 
-void TGridSort::SortPlain() { SortBody(true); }
+void TGridSort::SortPlain() { SortBody(true, nullptr); }
 
-void TGridSort::SortBody(bool plain) {
+void TGridSort::SortBody(bool plain, std::vector<TNode*>* rows) {
   int types[MaxSortCols] = {};
   int* white[MaxSortCols] = {};
   unsigned short* codes[MaxSortCols] = {};
@@ -753,7 +775,7 @@ void TGridSort::SortBody(bool plain) {
   TNodeSort* page = static_cast<TNodeSort*>(Body->FirstChild);
   void* locale = const_cast<unsigned long long*>(LocaleTable);
   if (plain) page->SortPlain(SortCols, types, white, codes, SortCount, locale, &indexes, true);
-  else page->Sort(SortCols, types, white, codes, SortCount, locale, &indexes, true);
+  else page->Sort(SortCols, types, white, codes, SortCount, locale, &indexes, true, rows);
 }
 
 void TGridSort::ClearSort() {

@@ -23,8 +23,10 @@ class TNodeSort : public TNodeXml {
 public:
   // Sorts this row's children (and with recursive, every descendant's first);
   // types are the per-column sort flags and are rewritten for each parent.
+  // rows, when given, are this row's children in order: walked instead of
+  // the links and left in the new order.
   void Sort(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
-            TSortIndexes* indexes, bool recursive);
+            TSortIndexes* indexes, bool recursive, std::vector<TNode*>* rows = nullptr);
   // The same through qsort over every record alone: the order Sort must
   // match, kept to check it against.
   void SortPlain(int* cols, int* types, int** white, unsigned short** codes, int count, void* locale,
@@ -74,7 +76,8 @@ public:
   TGridSort();
   ~TGridSort();
   bool UpdateSort() override;
-  void Sort();
+  // rows as in TNodeSort::Sort, for the body's single page.
+  void Sort(std::vector<TNode*>* rows = nullptr);
   // Sort through plain qsort, the order Sort must match; kept to check it.
   void SortPlain();
   void ClearSort();
@@ -92,5 +95,5 @@ private:
   // char-code table (null where it has none).
   int ColumnFlags(int i, int*& white, unsigned short*& codes);
   void FillIndexes(TSortIndexes& indexes);
-  void SortBody(bool plain);
+  void SortBody(bool plain, std::vector<TNode*>* rows);
 };

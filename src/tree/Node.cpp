@@ -197,3 +197,27 @@ void TNodeList::Clear() {
   Capacity = 16;
   Count = 0;
 }
+
+void CollectChildren(TNode* first, std::vector<TNode*>& rows) {
+  const int Lists = 16;
+  std::vector<TNode*> runs[Lists];
+  for (TNode* parent = first; parent;) {
+    TNode* at[Lists];
+    int count = 0;
+    for (; parent && count < Lists; parent = parent->Next) {
+      runs[count].clear();
+      at[count++] = parent->FirstChild;
+    }
+    // One step down every list per round: the loads of a round are independent.
+    for (bool going = true; going;) {
+      going = false;
+      for (int k = 0; k < count; k++) {
+        if (!at[k]) continue;
+        runs[k].push_back(at[k]);
+        at[k] = at[k]->Next;
+        going = true;
+      }
+    }
+    for (int k = 0; k < count; k++) rows.insert(rows.end(), runs[k].begin(), runs[k].end());
+  }
+}

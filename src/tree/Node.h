@@ -6,6 +6,7 @@
 #pragma once
 #include <cstddef>
 #include <type_traits>
+#include <vector>
 #include "grid/Format.h"
 
 class TNode : public TDataFormat {
@@ -74,6 +75,36 @@ void ForSiblings(TNode* first, Work&& work) {
     }
   }
 }
+
+// Asks for row i + 16's node and row i + 8's record (whose node came in
+// eight rows ago), for a walk at row i over rows scattered in memory.
+inline void PrefetchAhead(TNode* const* rows, size_t i, size_t n) {
+  const size_t NodeAhead = 16, RecordAhead = 8;
+  if (i + NodeAhead < n) {
+    __builtin_prefetch(rows[i + NodeAhead]);
+    __builtin_prefetch((const char*)rows[i + NodeAhead] + 64);
+  }
+  if (i + RecordAhead < n) rows[i + RecordAhead]->Prefetch();
+}
+
+// Calls work(row) on each of n rows in order, reading ahead as above; a
+// work that returns bool ends the walk by returning false.
+template <class Work>
+void ForRows(TNode* const* rows, size_t n, Work&& work) {
+  for (size_t i = 0; i < n; i++) {
+    PrefetchAhead(rows, i, n);
+    if constexpr (std::is_same<decltype(work(rows[i])), bool>::value) {
+      if (!work(rows[i])) return;
+    } else {
+      work(rows[i]);
+    }
+  }
+}
+
+// Appends the children of first and of each following sibling (the rows of
+// a list of pages) to rows, in order. Several sibling lists are followed at
+// once, so that their memory loads overlap instead of waiting one by one.
+void CollectChildren(TNode* first, std::vector<TNode*>& rows);
 
 class TNodeList {
 public:

@@ -50,6 +50,28 @@ TEST_F(NodeTest, SiblingWalkVisitsInOrderAndStopsOnFalse) {
   }
 }
 
+// Pages of different sizes, some empty, more than are followed at once:
+// their rows come out in page order, each once, and ForRows sees the same.
+TEST_F(NodeTest, CollectChildrenListsEveryPagesRowsInOrder) {
+  std::vector<TNode*> expected;
+  TNode* first = nullptr;
+  for (int page = 0; page < 40; page++) {
+    TNode* p = Add(tree.Root, L"B");
+    if (!first) first = p;
+    for (int row = 0; row < (page * 7) % 5; row++) expected.push_back(Add(p, L"I"));
+  }
+  std::vector<TNode*> rows = {tree.Root};  // appended to, not replaced
+  CollectChildren(first, rows);
+  expected.insert(expected.begin(), tree.Root);
+  EXPECT_EQ(rows, expected);
+  std::vector<TNode*> seen;
+  ForRows(rows.data() + 1, rows.size() - 1, [&](TNode* row) { seen.push_back(row); });
+  EXPECT_EQ(seen, std::vector<TNode*>(expected.begin() + 1, expected.end()));
+  rows.clear();
+  CollectChildren(nullptr, rows);
+  EXPECT_TRUE(rows.empty());
+}
+
 TEST_F(NodeTest, AddersMoveANodeWithinTheTree) {
   TNode* r = tree.Root;
   TNode *a = Add(r, L"a"), *b = Add(r, L"b"), *c = Add(r, L"c"), *x = tree.CreateElement(L"x");
