@@ -1,7 +1,6 @@
 #include "tree/Store.h"
 #include <cstdlib>
 #include <sys/mman.h>
-#include <cstdint>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define SARVENDO_STORE_OFF 1
@@ -11,27 +10,6 @@
 #endif
 #endif
 
-namespace {
-
-// A slab on a boundary of its own size, marked for huge pages: the rows of a
-// large grid are visited in sorted, not stored, order, and with small pages
-// nearly every visit would also miss the address cache.
-char* MapSlab(size_t size) {
-  size_t span = size * 2;
-  void* raw = mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  if (raw == MAP_FAILED) return nullptr;
-  char* start = (char*)(((uintptr_t)raw + size - 1) & ~(uintptr_t)(size - 1));
-  if (start > (char*)raw) munmap(raw, (size_t)(start - (char*)raw));
-  char* end = start + size;
-  if (end < (char*)raw + span) munmap(end, (size_t)((char*)raw + span - end));
-  madvise(start, size, MADV_HUGEPAGE);
-  // One write per page puts the pages in place now, huge or not.
-  for (size_t at = 0; at < size; at += 4096) start[at] = 0;
-  return start;
-}
-
-}  // namespace
-
 TStore::~TStore() {
   for (size_t i = 0; i < Slabs.size(); i++)
     if (i < LazySlabs) free(Slabs[i]);
@@ -40,7 +18,8 @@ TStore::~TStore() {
 
 char* TStore::NewSlab() {
   if (Slabs.size() < LazySlabs) return (char*)malloc(SlabSize);
-  return MapSlab(SlabSize);
+  void* slab = mmap(nullptr, SlabSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  return slab == MAP_FAILED ? nullptr : (char*)slab;
 }
 
 void* TStore::Take(TArea& area, size_t size, size_t align) {

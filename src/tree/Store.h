@@ -32,7 +32,7 @@ private:
     char* Pos = nullptr;
     char* End = nullptr;
   };
-  static const size_t SlabSize = 2u << 20;
+  static const size_t SlabSize = 1 << 20;
   // Slabs before this many come from the heap, touched page by page.
   static const size_t LazySlabs = 4;
   TArea Nodes, Bytes;
