@@ -834,13 +834,6 @@ void TGridCalc::CalcChildren(TNode* parent) {
   });
 }
 
-void TGridCalc::CalcRows(const std::vector<TNode*>& rows) {
-  ForRows(rows.data(), rows.size(), [this](TNode* row) {
-    if (row->FirstChild) CalcChildren(row);
-    CalcRow(row);
-  });
-}
-
 void TGridCalc::CalcPages() {
   for (TNode* page = Body ? Body->FirstChild : nullptr; page; page = page->Next) CalcRow(page);
 }

@@ -86,8 +86,6 @@ public:
 
   void CalcRow(TNode* row);
   void CalcChildren(TNode* parent);
-  // CalcChildren of a page whose children are rows, in order.
-  void CalcRows(const std::vector<TNode*>& rows);
   void CalcPages();
   // Bits: 16 all descendants, 8 (without 16) the children, 1 the row, 2 or 4
   // the ancestors up to the page (4 all, 2 the Calculated ones) and the page.

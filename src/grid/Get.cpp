@@ -102,12 +102,14 @@ void TGridGet::UpdatePipeline() {
   bool groupChanged = UpdateGroup() || (updated && GroupCount > 0);
   bool pagesDone = Body->GetInt(L"PagesCreated") != 0;
   if (!sortChanged && !filterChanged && !groupChanged && pagesDone) return;
-  // The root rows, listed once, stand in for their links in every stage:
+  // The root rows, listed once, stand in for their links in most stages:
   // after a sort they lie scattered in memory, and a list can be read ahead.
   std::vector<TNode*> rows;
   std::vector<size_t> starts;
   RemovePages(rows);
-  if (!pagesDone) CalcRows(rows);
+  // Calculation follows the links: with its heavier work per row, measured
+  // faster that way than over the list.
+  if (!pagesDone) CalcChildren(Body->FirstChild);
   if (filterChanged) Filter(&rows);
   if (groupChanged) {
     Group();
@@ -115,7 +117,7 @@ void TGridGet::UpdatePipeline() {
     rows.clear();
     if (Body->FirstChild) CollectChildren(Body->FirstChild, rows);
   }
-  if (groupChanged || filterChanged) CalcRows(rows);
+  if (groupChanged || filterChanged) CalcChildren(Body->FirstChild);
   if (sortChanged || groupChanged) Sort(&rows);
   CreatePages(rows, starts);
   CalcPages(rows, starts);
